@@ -1,0 +1,90 @@
+#include "Platform/Linux/ServiceThread.h"
+
+#include "Platform/Linux/SessionMonitor.h"
+
+#include <future>
+#include <mutex>
+#include <pthread.h>
+#include <signal.h> // NOLINT(modernize-deprecated-headers): sigset_t and pthread_sigmask() are POSIX's
+#include <utility>
+
+namespace moxel {
+
+namespace {
+
+/// Blocks every signal for the calling thread, and so for the threads that it starts meanwhile: the
+/// application's handlers run on the application's threads.
+class SignalBlock {
+  public:
+    SignalBlock() noexcept {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalBlock(const SignalBlock &) = delete;
+    SignalBlock &operator=(const SignalBlock &) = delete;
+
+  private:
+    sigset_t before_;
+};
+
+using StartedLoop = Result<std::shared_ptr<RunLoop>>;
+
+} // namespace
+
+Result<std::shared_ptr<ServiceThread>> ServiceThread::lease() {
+    struct Running {
+        std::mutex mutex;
+        std::weak_ptr<ServiceThread> thread;
+    };
+    static auto &running = *new Running; // Never destroyed: leases may be dropped while the process exits.
+
+    const std::lock_guard lock(running.mutex);
+    if (auto thread = running.thread.lock())
+        return thread;
+    Result<std::shared_ptr<ServiceThread>> started = start();
+    if (started.ok())
+        running.thread = *started;
+    return started;
+}
+
+Result<std::shared_ptr<ServiceThread>> ServiceThread::start() {
+    auto promise = std::make_shared<std::promise<StartedLoop>>();
+    std::future<StartedLoop> started = promise->get_future();
+    auto entry = [promise = std::move(promise)]() mutable {
+        const StartedLoop runLoop = RunLoop::current();
+        std::exchange(promise, nullptr)->set_value(runLoop);
+        if (!runLoop.ok())
+            return;
+        // Where it fails, whoever asks for the session's state looks for changes himself.
+        const Result<std::unique_ptr<SessionWatch>> sessionWatch = SessionWatch::start(*runLoop.value());
+        runLoop.value()->run();
+    };
+    Result<std::shared_ptr<Thread>> thread = [&entry] {
+        const SignalBlock block;
+        return Thread::start("moxel-services", std::move(entry));
+    }();
+    if (!thread.ok())
+        return thread.error();
+    StartedLoop runLoop = started.get();
+    if (!runLoop.ok()) {
+        thread.value()->join();
+        return runLoop.error();
+    }
+    return std::shared_ptr<ServiceThread>(new ServiceThread(*std::move(thread), *std::move(runLoop)));
+}
+
+ServiceThread::ServiceThread(std::shared_ptr<Thread> thread, std::shared_ptr<RunLoop> runLoop)
+    : thread_(std::move(thread)), runLoop_(std::move(runLoop)) {}
+
+ServiceThread::~ServiceThread() {
+    runLoop_->stop();
+    if (thread_->isCurrent()) {
+        thread_->detach();
+    } else {
+        thread_->join();
+    }
+}
+
+} // namespace moxel

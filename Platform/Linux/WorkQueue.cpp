@@ -1,0 +1,101 @@
+#include "WorkQueue.h"
+
+#include "Platform/Linux/Guard.h"
+
+#include <cstdint>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
+
+namespace moxel {
+
+namespace {
+
+/// Stands at the head of a closed queue; never run.
+class ClosedMark final : public WorkItem {
+  public:
+    void run() override {}
+    void discard() noexcept override {}
+};
+
+} // namespace
+
+WorkItem *WorkQueue::closedMark() noexcept {
+    static ClosedMark mark;
+    return &mark;
+}
+
+WorkQueue::~WorkQueue() {
+    close();
+    if (const int descriptor = wakeDescriptor_.load(); descriptor >= 0)
+        ::close(descriptor);
+}
+
+bool WorkQueue::post(WorkItem &item) noexcept {
+    WorkItem *newest = newest_.load();
+    do {
+        if (newest == closedMark()) {
+            item.discard();
+            return false;
+        }
+        item.next_ = newest;
+    } while (!newest_.compare_exchange_weak(newest, &item));
+    if (!newest)
+        wake();
+    return true;
+}
+
+void WorkQueue::wake() noexcept {
+    // The order matters: an owner that makes its descriptor after this load finds the item when it first
+    // looks.
+    if (const int descriptor = wakeDescriptor_.load(); descriptor >= 0) {
+        const uint64_t one = 1;
+        [[maybe_unused]] const ssize_t written = ::write(descriptor, &one, sizeof one);
+    }
+}
+
+int WorkQueue::wakeDescriptor() noexcept {
+    int descriptor = wakeDescriptor_.load();
+    if (descriptor < 0) {
+        descriptor =
+            ::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK); // Readable at once: items may be waiting already.
+        wakeDescriptor_.store(descriptor);
+    }
+    return descriptor;
+}
+
+WorkItem *WorkQueue::oldestFirst(WorkItem *newest) noexcept {
+    WorkItem *oldest = nullptr;
+    while (newest)
+        oldest = std::exchange(newest, std::exchange(newest->next_, oldest));
+    return oldest;
+}
+
+int WorkQueue::runPosted() noexcept {
+    uint64_t count;
+    if (const int descriptor = wakeDescriptor_.load(); descriptor >= 0) {
+        [[maybe_unused]] const ssize_t got = ::read(descriptor, &count, sizeof count);
+    }
+    WorkItem *item = oldestFirst(newest_.exchange(nullptr));
+    int ran = 0;
+    while (item) {
+        WorkItem *next = item->next_; // The item may be gone once it has run.
+        guarded("posted work", [item] { item->run(); });
+        item = next;
+        ++ran;
+    }
+    return ran;
+}
+
+void WorkQueue::close() noexcept {
+    WorkItem *newest = newest_.exchange(closedMark());
+    if (newest == closedMark())
+        return;
+    for (WorkItem *item = oldestFirst(newest); item;) {
+        WorkItem *next = item->next_;
+        item->discard();
+        item = next;
+    }
+}
+
+} // namespace moxel
