@@ -1,0 +1,36 @@
+// Visibility, linkage and opaque references that the Moxel headers share.
+#ifndef MOXEL_MOXELBASE_H
+#define MOXEL_MOXELBASE_H
+
+/// Marks what the shared library exports.
+#ifndef MOXEL_EXPORT
+#define MOXEL_EXPORT __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+#define MOXEL_BEGIN_DECLS extern "C" {
+#define MOXEL_END_DECLS }
+
+namespace moxel {
+class Data;
+class FileEventStream;
+class HIDDevice;
+class String;
+} // namespace moxel
+
+/// Borrowed references to objects of the class library; opaque in C.
+using MoxelStringRef = const moxel::String *;
+using MoxelDataRef = const moxel::Data *;
+using MoxelHIDDeviceRef = moxel::HIDDevice *;
+using MoxelFileEventStreamRef = moxel::FileEventStream *;
+#else
+#define MOXEL_BEGIN_DECLS
+#define MOXEL_END_DECLS
+
+typedef const struct MoxelString *MoxelStringRef;
+typedef const struct MoxelData *MoxelDataRef;
+typedef struct MoxelHIDDevice *MoxelHIDDeviceRef;
+typedef struct MoxelFileEventStream *MoxelFileEventStreamRef;
+#endif
+
+#endif

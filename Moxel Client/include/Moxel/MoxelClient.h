@@ -1,0 +1,263 @@
+// The plain functions, records and constants of the Moxel client library, for C11 and C++20.
+//
+// An application calls, all on one thread: SetMoxelHandlers, RegisterMoxelClient, any number of the other
+// calls, UnregisterMoxelClient, CleanupMoxelHandlers. Events reach the handlers on that same thread while it
+// runs its run loop (see MoxelRunLoop.h), or, when asked for, on a thread of the library's own.
+#ifndef MOXEL_MOXELCLIENT_H
+#define MOXEL_MOXELCLIENT_H
+
+#include "MoxelBase.h"
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+MOXEL_BEGIN_DECLS
+
+// ---------------------------------------------------------------------------------------------- Result codes
+
+/// Results of the exported functions. MoxelClientSendMessage alone reports failure as 1.
+enum {
+    kMoxelResultOK = 0,
+    /// No client with that identifier, a missing pointer, a request that could not be sent, or data that is
+    /// absent or belongs to another device.
+    kMoxelResultFailed = -1,
+    /// Handler installation: no message handler, or the driver's base channel did not open within 2.0 s.
+    kMoxelResultNoChannel = -36,
+    /// Handler installation on a thread whose last installation still waits for RegisterMoxelClient.
+    kMoxelResultAlreadyPending = -188,
+};
+
+// ---------------------------------------------------------------------------------------------- Messages
+
+/// Message codes: four characters, the first in the most significant byte. The comment tells the argument.
+enum {
+    kMoxelMsgDeviceState = 0x6D765352,  ///< 'mvSR': pointer to a MoxelStateRecord.
+    kMoxelMsgPrefsChanged = 0x6D765043, ///< 'mvPC': threaded: the daemon's number; forwarded: null.
+    kMoxelMsgCommandSync = 0x6D764353,  ///< 'mvCS': pointer to a command-sync block of 506 bytes.
+    kMoxelMsgPairingInfo = 0x6D76506F, ///< 'mvPo': threaded: a MoxelDataRef; forwarded: pointer to its bytes,
+                                       ///< a length (u64, little-endian) and a keyed archive of that length.
+    kMoxelMsgSettingsFileChanged = 0x6D764E43, ///< 'mvNC': pointer to a MoxelSettingsChange.
+};
+
+/// The product identifier that comes with every message but 'mvSR'.
+enum { kMoxelAnyProduct = 32767 };
+
+/// Control codes that the library answers itself; every other code goes to the driver.
+enum {
+    kMoxelCtlIgnored = 0x6D766568, ///< 'mveh': MoxelControl returns 0 and does nothing.
+    kMoxelCtlGetDeviceID =
+        0x6D766964, ///< 'mvid': vendor identifier in the high 16 bits, product in the low 16.
+};
+
+/// What 'mvid' answers while no device is known.
+enum { kMoxelDefaultDeviceID = 0x4D580001 };
+
+/// USB vendor identifier of the driver's virtual channel devices.
+enum { kMoxelVendorID = 0x4D58 };
+
+// ---------------------------------------------------------------------------------------------- Records
+
+#pragma pack(push, 2)
+/// One state of the device as the driver reports it; little-endian, 48 bytes, packed to two bytes.
+typedef struct MoxelStateRecord {
+    uint16_t version;  ///< Record version.
+    uint16_t client;   ///< Client identifier that the record is meant for.
+    uint16_t command;  ///< What the record reports. Under a backlog only commands 2, 10 and 11 are delivered.
+    int16_t param;     ///< Command parameter.
+    int32_t value;     ///< Command value.
+    uint64_t time;     ///< Time stamp of the driver; unaligned.
+    uint8_t report[8]; ///< Raw report bytes of the device.
+    union {
+        uint16_t buttons8;        ///< State of the first eight buttons.
+        uint16_t appEventPressed; ///< Pressed state of an application event.
+    };
+    int16_t axis[6];  ///< Translation x, y, z, then rotation x, y, z, in the device's units.
+    uint16_t address; ///< Device address.
+    uint32_t buttons; ///< One bit a button.
+} MoxelStateRecord;
+#pragma pack(pop)
+
+/// The current device's preferences as the driver sends them; 152 bytes. The library reads the device
+/// identifier only and passes the rest through untouched.
+typedef struct MoxelDevicePrefs {
+    uint8_t header[4];
+    uint32_t deviceID;
+    uint8_t settings[144];
+} MoxelDevicePrefs;
+
+#pragma pack(push, 2)
+/// Argument of 'mvNC'; 65,542 bytes.
+typedef struct MoxelSettingsChange {
+    uint8_t path[65536]; ///< Reserved; its content is unspecified.
+    uint16_t pathLength; ///< Reserved.
+    uint32_t reason;     ///< 1 the settings file was removed, 2 created or changed, 0 anything else.
+} MoxelSettingsChange;
+#pragma pack(pop)
+
+/// One node of an application's action tree. The application owns nodes and strings; the library reads them
+/// during the call only.
+typedef struct MoxelCommandSyncNode_s {
+    uint32_t tag;                            ///< The application's own.
+    int32_t type;                            ///< 0 action set, 1 action category, anything else an action.
+    struct MoxelCommandSyncNode_s *next;     ///< Next sibling or null.
+    struct MoxelCommandSyncNode_s *children; ///< First child or null; read for types 0 and 1.
+    const char *id;                          ///< Identifier, UTF-8; key of the node among its siblings.
+    const char *label;                       ///< Text shown to the user, UTF-8, or null.
+    const char *description;                 ///< Longer text, UTF-8, or null.
+} MoxelCommandSyncNode_s;
+
+typedef struct MoxelImageFile_s {
+    const char *path; ///< The image file's path, UTF-8.
+    uint32_t index;   ///< Which image of the file.
+} MoxelImageFile_s;
+
+typedef struct MoxelImageData_s {
+    const uint8_t *data;
+    uint64_t size; ///< Bytes.
+    uint32_t index;
+} MoxelImageData_s;
+
+/// Carried for the driver; the library reads none of it.
+typedef struct MoxelImageGlyph_s {
+    const char *text;
+    const int32_t *positions;
+    const uint32_t *glyphs;
+    uint32_t count;
+} MoxelImageGlyph_s;
+
+/// One image of an application.
+typedef struct MoxelImage_s {
+    uint32_t tag;   ///< The application's own.
+    int32_t type;   ///< 1 file, 3 data, 4 glyph.
+    const char *id; ///< Identifier of the command that the image belongs to, UTF-8.
+    union {
+        MoxelImageFile_s file;
+        MoxelImageData_s image;
+        MoxelImageGlyph_s glyph;
+    };
+} MoxelImage_s;
+
+/// What the driver is told when an application starts and when it leaves; 32 bytes on the wire.
+typedef struct MoxelAppInfoRecord {
+    uint16_t exitState; ///< 0 while the application runs, 0xDEAD when it unregisters.
+    uint8_t reserved[6];
+    char name[24]; ///< Application name, UTF-8, zero-padded.
+} MoxelAppInfoRecord;
+
+// ---------------------------------------------------------------------------------------------- Handlers
+
+/// Called for every message: product identifier, message code, argument.
+typedef void (*MoxelMessageHandlerProc)(uint32_t productID, uint32_t messageType, void *messageArgument);
+/// Called when a device arrives; the product identifier is the driver's device identifier.
+typedef void (*MoxelAddedHandlerProc)(uint32_t productID);
+/// Called when a device goes.
+typedef void (*MoxelRemovedHandlerProc)(uint32_t productID);
+
+/// The same with the context that was given to _SetMoxelHandlers.
+typedef void (*_MoxelMessageHandlerProc)(uint32_t productID, uint32_t messageType, void *messageArgument,
+                                         void *context);
+typedef void (*_MoxelAddedHandlerProc)(uint32_t productID, void *context);
+typedef void (*_MoxelRemovedHandlerProc)(uint32_t productID, void *context);
+
+// ---------------------------------------------------------------------------------------------- Installation
+
+/// Starts a session on the calling thread and waits up to 2.0 s for the driver's base channel.
+///
+/// With `useSeparateThread` the handlers are called on a thread of the library's own, as soon as an event
+/// arrives; otherwise on the calling thread while it runs its run loop. Returns 0, kMoxelResultNoChannel or
+/// kMoxelResultAlreadyPending. After kMoxelResultNoChannel the session stays pending (unless messageHandler
+/// was null): call CleanupMoxelHandlers before trying again. A record passed to the message handler on the
+/// calling thread stays valid for the next 99 deliveries.
+MOXEL_EXPORT int16_t SetMoxelHandlers(MoxelMessageHandlerProc messageHandler,
+                                      MoxelAddedHandlerProc addedHandler,
+                                      MoxelRemovedHandlerProc removedHandler, bool useSeparateThread);
+/// SetMoxelHandlers without a separate thread.
+MOXEL_EXPORT int16_t InstallMoxelHandlers(MoxelMessageHandlerProc messageHandler,
+                                          MoxelAddedHandlerProc addedHandler,
+                                          MoxelRemovedHandlerProc removedHandler);
+/// SetMoxelHandlers with handlers that take a context. A record passed to the message handler is valid during
+/// the call only.
+MOXEL_EXPORT int16_t _SetMoxelHandlers(_MoxelMessageHandlerProc messageHandler,
+                                       _MoxelAddedHandlerProc addedHandler,
+                                       _MoxelRemovedHandlerProc removedHandler, void *context,
+                                       bool useSeparateThread);
+/// Ends the calling thread's session, which must not be registered; waits about 1 s at most for its thread.
+MOXEL_EXPORT void CleanupMoxelHandlers(void);
+
+// ---------------------------------------------------------------------------------------------- Registration
+
+/// Registers the calling thread's session with the driver.
+///
+/// `signature` is a four-character code, `name` a length-prefixed UTF-8 string (a count byte and that many
+/// bytes) or null, `mode` the client mode, `mask` the events wanted. Returns the client identifier, or 0 on
+/// failure, after at most 4.5 s.
+MOXEL_EXPORT uint16_t RegisterMoxelClient(uint32_t signature, uint8_t *name, uint16_t mode, uint32_t mask);
+/// Takes the registration back; 0 stands for the client of the calling thread.
+MOXEL_EXPORT void UnregisterMoxelClient(uint16_t clientID);
+
+// ---------------------------------------------------------------------------------------------- Session
+// queries
+
+/// True when the process's login session is the one on the console, or when that cannot be told. Any thread.
+MOXEL_EXPORT bool MoxelCheckUserActive(void);
+/// User identifier of the session on the console; 0 when the session is not on the console. Any thread.
+MOXEL_EXPORT uint32_t MoxelGetSessionUserID(void);
+/// A zero-terminated UTF-8 copy that the caller frees with free(); null for null or for text that UTF-8
+/// cannot express. Any thread.
+MOXEL_EXPORT char *CFStringCopyUTF8String(MoxelStringRef string);
+
+// ---------------------------------------------------------------------------------------------- Data objects
+
+/// The bytes of a data object such as the threaded argument of 'mvPo'; null for null. Valid as long as the
+/// object.
+MOXEL_EXPORT const uint8_t *MoxelDataGetBytePtr(MoxelDataRef data);
+/// Number of bytes of a data object; 0 for null.
+MOXEL_EXPORT size_t MoxelDataGetLength(MoxelDataRef data);
+
+// ---------------------------------------------------------------------------------------------- Transport
+
+/// Sends one output report, `channelTag` and then 1 to 3063 bytes of data. True on success. Any thread; at
+/// most 1 s.
+MOXEL_EXPORT bool SetReport(MoxelHIDDeviceRef device, uint64_t channelTag, uint8_t reportID, const void *data,
+                            uint16_t length);
+/// Reads one report into a buffer of *length bytes; *length does not change. True on success. Any thread; at
+/// most 1 s.
+MOXEL_EXPORT bool GetReport(MoxelHIDDeviceRef device, uint8_t reportID, void *buffer, uint16_t *length);
+/// SetReport on report 0x53.
+MOXEL_EXPORT bool SetStorageDataSlot0(MoxelHIDDeviceRef device, uint64_t channelTag, const void *data,
+                                      uint16_t length);
+/// SetReport on report 0x63.
+MOXEL_EXPORT bool SetStorageDataSlot1(MoxelHIDDeviceRef device, uint64_t channelTag, const void *data,
+                                      uint16_t length);
+/// GetReport on report 0x54.
+MOXEL_EXPORT bool GetStorageDataSlot0(MoxelHIDDeviceRef device, void *buffer, uint16_t *length);
+/// SetReport on report 0x44.
+MOXEL_EXPORT bool VDataChannel_SendReportID0_SetReport(MoxelHIDDeviceRef device, uint64_t channelTag,
+                                                       const void *data, uint16_t length);
+/// SetReport on report 0x46.
+MOXEL_EXPORT bool VDataChannel_SendReportID1_SetReport(MoxelHIDDeviceRef device, uint64_t channelTag,
+                                                       const void *data, uint16_t length);
+/// SetReport of the record on report 0x73.
+MOXEL_EXPORT bool VDataChannel_SetAppInfoRecord(MoxelHIDDeviceRef device, uint64_t channelTag,
+                                                const MoxelAppInfoRecord *record);
+
+/// Status vocabulary of the storage slots, shared with the driver extension.
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_DataID_SetReportStatus;
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_DataID_GetReportStatus;
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_DataID_ReleaseChannelSlotDataStatus;
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_OK;
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_MemoryAllocated;
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_MemoryAllocationError;
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_NoData;
+MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_SmallBuffer;
+
+// ---------------------------------------------------------------------------------------------- File events
+
+/// Receives the events of a CFileObserver's stream; `info` is the observer, `paths` zero-terminated strings.
+MOXEL_EXPORT void fsEvtCallback(MoxelFileEventStreamRef stream, void *info, size_t count,
+                                const char *const *paths, const uint32_t *flags, const uint64_t *identifiers);
+
+MOXEL_END_DECLS
+
+#endif

@@ -1,0 +1,16 @@
+// The notifications that a client listens to.
+#pragma once
+
+#include "Platform/NotificationCenter.h"
+#include <Moxel/MoxelClientAPI.h>
+
+namespace moxel {
+
+struct MoxelClientAPI::Subscriptions {
+    NotificationSubscription fileChange;
+    NotificationSubscription callerThreadExit;
+    NotificationSubscription sessionResignedActive;
+    NotificationSubscription applicationTerminated;
+};
+
+} // namespace moxel

@@ -1,0 +1,102 @@
+// The client thread: a run loop of its own that hosts the HID manager and receives all reports.
+#include "Helpers/Condition.h"
+#include "Helpers/Logging.h"
+#include "Platform/HIDManager.h"
+#include "Platform/RunLoop.h"
+#include "Platform/Thread.h"
+#include "Session/ChannelCallbacks.h"
+#include "Session/KeepAlive.h"
+#include <Moxel/MoxelClientAPI.h>
+
+namespace moxel {
+
+namespace {
+
+constexpr std::chrono::seconds stopLimit{1};
+
+} // namespace
+
+bool MoxelClientAPI::startClientThread() {
+    // The thread keeps the object alive until it has ended, whatever becomes of the session.
+    Result<std::shared_ptr<Thread>> started =
+        Thread::start("Mxl-Client", [self = shared_from_this()] { self->clientThreadEntry(); });
+    if (!started.ok()) {
+        logError("Error: %@", started.error().message);
+        return false;
+    }
+    const std::lock_guard lock(threadMutex_);
+    clientThread_ = *started;
+    return true;
+}
+
+void MoxelClientAPI::clientThreadEntry() {
+    const Result<std::shared_ptr<RunLoop>> loop = RunLoop::current();
+    if (!loop.ok()) {
+        logError("Error: %@", loop.error().message);
+        const std::lock_guard lock(threadMutex_);
+        clientThreadEnded_ = true;
+        threadEnded_.notify_all();
+        return;
+    }
+    {
+        const std::lock_guard lock(threadMutex_);
+        threadRunLoop_ = *loop;
+        if (stopRequested_) // Asked to stop before it came here.
+            (*loop)->stop();
+    }
+    (*loop)->keepAlive(keepAliveInterval, RunLoopSourceTimerHandler);
+
+    hidManager_ = HIDManager::create();
+    hidManager_->setDeviceMatching({{std::string(hidVendorIDKey), HIDProperty(int64_t{kMoxelVendorID})}});
+    hidManager_->registerDeviceMatchingCallback(ChannelConnectedEntry, this);
+    hidManager_->registerDeviceRemovalCallback(ChannelDisconnectedEntry, this);
+    hidManager_->scheduleWithRunLoop(**loop);
+    bClientReady_ = true;
+    (*loop)->run();
+    cleanUpAfterClientThread();
+}
+
+void MoxelClientAPI::cleanUpAfterClientThread() {
+    bClientReady_ = false;
+    {
+        const std::shared_ptr<Condition> condition = m_conditionSignal();
+        const std::lock_guard lock(*condition);
+        setM_refHIDChannelBase(nullptr);
+        setM_refHIDChannelDedicated(nullptr);
+        setM_bHIDChannelBaseOpen(false);
+        setM_bHIDChannelDedicatedOpen(false);
+        condition->signal();
+    }
+    deviceMessageHandler_ = nullptr;
+    deviceAddedHandler_ = nullptr;
+    deviceRemovedHandler_ = nullptr;
+    if (hidManager_) {
+        hidManager_->unscheduleFromRunLoop();
+        if (const HIDStatus status = hidManager_->close(); status != HIDStatus::success)
+            logError("Error: the HID manager closed with %x", static_cast<uint32_t>(status));
+        hidManager_.reset();
+    }
+    const std::lock_guard lock(threadMutex_);
+    threadRunLoop_.reset();
+    clientThreadEnded_ = true;
+    threadEnded_.notify_all();
+}
+
+bool MoxelClientAPI::stopClientThread() {
+    bClientReady_ = false;
+    std::shared_ptr<Thread> ended;
+    {
+        std::unique_lock lock(threadMutex_);
+        stopRequested_ = true;
+        if (threadRunLoop_)
+            threadRunLoop_->stop();
+        if (!threadEnded_.wait_for(lock, stopLimit, [this] { return clientThreadEnded_; }))
+            return false; // The thread holds the object and lets go of it when it ends.
+        ended = std::move(clientThread_);
+    }
+    if (ended)
+        ended->join();
+    return true;
+}
+
+} // namespace moxel
