@@ -1,0 +1,47 @@
+// One event as a handler got it, and its forms for people and for programs.
+#pragma once
+
+#include "Values/Value.h"
+#include <Moxel/MoxelClient.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace moxel::tool {
+
+struct Event {
+    enum class Kind {
+        motion,
+        buttons,
+        application,
+        state,
+        added,
+        removed,
+        preferences,
+        sync,
+        pairing,
+        settings,
+        other
+    };
+
+    Kind kind;
+    std::chrono::duration<double> time{}; ///< Since the session began.
+    uint32_t productID = 0;
+    uint32_t message = 0;
+    MoxelStateRecord record{}; ///< Of motion, buttons, application and state.
+    Value content;             ///< Of pairing: the driver's dictionary. Of settings: the reason.
+};
+
+/// From the arguments of a message handler that is not threaded.
+[[nodiscard]] Event messageEvent(uint32_t productID, uint32_t message, const void *argument);
+[[nodiscard]] Event deviceEvent(Event::Kind kind, uint32_t deviceID);
+
+/// "motion", "buttons" and so on.
+[[nodiscard]] const char *kindName(Event::Kind kind);
+
+/// One line, without its end.
+[[nodiscard]] std::string toText(const Event &event);
+[[nodiscard]] std::string toJson(const Event &event);
+
+} // namespace moxel::tool

@@ -1,0 +1,17 @@
+// A descriptor that polls readable once the user asks the program to end.
+#pragma once
+
+namespace moxel::tool {
+
+/// Catches SIGINT and SIGTERM while it exists. One at a time.
+class StopSignal {
+  public:
+    StopSignal();
+    ~StopSignal();
+    StopSignal(const StopSignal &) = delete;
+    StopSignal &operator=(const StopSignal &) = delete;
+
+    [[nodiscard]] int descriptor() const noexcept;
+};
+
+} // namespace moxel::tool
