@@ -408,8 +408,11 @@ TEST_F(DaemonBusPublisher, ClientsAreTurnedAwayWhenDescriptorsAreUsedUp) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     folder.path("Device.hid").copy(address.sun_path, sizeof address.sun_path - 1);
-    // The client's own socket is there before the descriptors are used up.
-    const Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    // The clients' own sockets are there before the descriptors are used up. Another thread of this process
+    // may give one back at any moment, which then serves one of them.
+    std::vector<Descriptor> sockets;
+    for (int i = 0; i < 8; ++i)
+        sockets.emplace_back(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     test::CapturedLog &captured = log;
     std::vector<Descriptor> fillers;
     rlimit before{};
@@ -421,10 +424,13 @@ TEST_F(DaemonBusPublisher, ClientsAreTurnedAwayWhenDescriptorsAreUsedUp) {
     for (Descriptor filler(::open("/dev/null", O_RDONLY)); filler;
          filler.reset(::open("/dev/null", O_RDONLY)))
         fillers.push_back(std::move(filler));
-    const int connected =
-        ::connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    uint8_t byte = 0;
-    const ssize_t received = ::recv(socket.get(), &byte, 1, 0);
+    int connected = 0;
+    ssize_t received = 1;
+    for (auto socket = sockets.begin(); socket != sockets.end() && received > 0; ++socket) {
+        connected = ::connect(socket->get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        uint8_t byte = 0;
+        received = ::recv(socket->get(), &byte, 1, 0);
+    }
     const bool wasLogged = captured.waitFor("descriptors are used up");
     fillers.clear();
     ::setrlimit(RLIMIT_NOFILE, &before);
