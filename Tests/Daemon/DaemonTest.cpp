@@ -403,10 +403,11 @@ TEST_F(DaemonDaemon, AnnouncementsWithoutDataAreIgnored) {
     client.place(Bytes{1, 2, 3});
     client.announce(4);
     client.announce(0);
+    EXPECT_TRUE(client.isQuiet());
     EXPECT_EQ(daemon->observe().requestCount, 0U);
     client.announce(3);
-    EXPECT_EQ(daemon->observe().requestCount, 1U);
     EXPECT_TRUE(client.isQuiet());
+    EXPECT_EQ(daemon->observe().requestCount, 1U);
 }
 
 TEST_F(DaemonDaemon, ControlPacketsThatMakeNoSenseAreIgnored) {
