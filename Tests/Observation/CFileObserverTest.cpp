@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
@@ -230,12 +231,16 @@ TEST_F(FileObserver, ASecondCallWhileObservingOnlyRenamesTheFolder) {
 }
 
 TEST_F(FileObserver, MayBeStoppedInsideItsOwnNotification) {
+    std::promise<void> stopped;
+    std::once_flag once; // The file's later changes may still be told.
     const auto stopper = NotificationCenter::defaultCenter().subscribe(
-        "MxlFileChange", observer->observerInfo().get(),
-        [this](const Notification &) { observer->stopObservation(); });
+        "MxlFileChange", observer->observerInfo().get(), [this, &stopped, &once](const Notification &) {
+            observer->stopObservation();
+            std::call_once(once, [&stopped] { stopped.set_value(); });
+        });
     ASSERT_TRUE(observer->observeFolder(folder.path()));
     write(path("file"));
-    ASSERT_TRUE(listener.waitFor(1));
+    EXPECT_EQ(stopped.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 TEST_F(FileObserver, FlagsAreTestedInTheirOrder) {
