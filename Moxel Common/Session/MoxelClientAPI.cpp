@@ -26,8 +26,8 @@ uint64_t millisecondsSince1970() {
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
-/// The present millisecond, after a pause when the process's last client was made in it: two clients of one identifier
-/// would share one channel.
+/// The present millisecond, after a pause when the process's last client was made in it: two clients of one
+/// identifier would share one channel.
 uint64_t makeChannelIdentifier() {
     static std::atomic<uint64_t> last{0};
     for (;;) {
