@@ -23,9 +23,6 @@ std::optional<Integer> number(const Dictionary &members, std::string_view key) {
 }
 
 bool hasText(const Dictionary &request, std::string_view key) { return text(request, key).has_value(); }
-bool hasNumber(const Dictionary &request, std::string_view key) {
-    return number<int64_t>(request, key).has_value();
-}
 
 struct KnownRequest {
     std::string_view name;
@@ -42,9 +39,7 @@ constexpr std::array knownRequests{
     KnownRequest{"setclientmasks",
                  [](const Dictionary &request) { return maskRequest(request).has_value(); }},
     KnownRequest{"moxclientctrl",
-                 [](const Dictionary &request) {
-                     return hasNumber(request, "message") && hasNumber(request, "ctrlparm");
-                 }},
+                 [](const Dictionary &request) { return controlRequest(request).has_value(); }},
     KnownRequest{"moxclientwrite", namesFileOrSet},
     KnownRequest{"moxclientactset", namesFileOrSet},
 };
@@ -94,6 +89,14 @@ std::optional<MaskRequest> maskRequest(const Dictionary &request) {
         return std::nullopt;
     return MaskRequest{*setsEventMask != 0 ? eventMask : std::nullopt,
                        *setsButtonMask != 0 ? buttonMask : std::nullopt};
+}
+
+std::optional<ControlRequest> controlRequest(const Dictionary &request) {
+    const std::optional<uint32_t> code = number<uint32_t>(request, "message");
+    const std::optional<uint32_t> parameter = number<uint32_t>(request, "ctrlparm");
+    if (!code || !parameter)
+        return std::nullopt;
+    return ControlRequest{*code, static_cast<int32_t>(*parameter)};
 }
 
 ReceivedRequest readRequest(std::span<const uint8_t> block) {
