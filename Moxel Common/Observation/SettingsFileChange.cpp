@@ -16,7 +16,6 @@ namespace moxel {
 namespace {
 
 constexpr const char *userInterfaceRequest = "com.moxel.ui.req";
-constexpr size_t longestPath = 65535;
 
 String appendPathComponent(const String &folder, const String &name) {
     std::string path = folder.string();
@@ -28,11 +27,9 @@ String appendPathComponent(const String &folder, const String &name) {
     return path;
 }
 
-/// Zeroed where it is not filled, so that nothing of the process leaks into it.
-std::unique_ptr<MoxelSettingsChange> makeSettingsChange(int32_t eventReason, const String &path) {
+/// Carries the reason only. The areas for the path are zero, so that nothing of the process leaks into them.
+std::unique_ptr<MoxelSettingsChange> makeSettingsChange(int32_t eventReason) {
     auto change = std::make_unique<MoxelSettingsChange>();
-    if (path.length() >= longestPath)
-        change->pathLength = 0;
     change->reason = eventReason == 1 || eventReason == 2 ? static_cast<uint32_t>(eventReason) : 0;
     return change;
 }
@@ -44,7 +41,7 @@ void MoxelClientAPI::fileChangeNotification(const Notification &notification) {
     if (!info)
         return;
     const String path = appendPathComponent(info->folderName(), info->fileName());
-    deliverSettingsChange(*makeSettingsChange(info->eventReason(), path));
+    deliverSettingsChange(*makeSettingsChange(info->eventReason()));
     postUserInterfaceRequest(path);
 }
 
