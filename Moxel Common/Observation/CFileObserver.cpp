@@ -165,12 +165,17 @@ void CFileObserver::observeIt() {
         const std::lock_guard lock(mutex_);
         runloop_ = loop.ok() ? *loop : nullptr;
     }
-    const std::unique_ptr<FileEventStream> stream = startStream(loop);
-    {
-        const std::lock_guard lock(mutex_);
-        begun_ = true;
-        hasBegun_.notify_all();
-    }
+    const std::unique_ptr<FileEventStream> stream = [&] {
+        struct Announcement { // Whatever becomes of the stream: observeFolder() waits for it.
+            CFileObserver &observer;
+            ~Announcement() {
+                const std::lock_guard lock(observer.mutex_);
+                observer.begun_ = true;
+                observer.hasBegun_.notify_all();
+            }
+        } const announcement{*this};
+        return startStream(loop);
+    }();
     while (loop.ok() && !bDone_)
         (*loop)->runOneSource(loopTurn);
 }

@@ -17,12 +17,16 @@ namespace {
 
 /// Messages that may wait for a caller thread that does not run its loop; state records aside.
 constexpr int32_t forwardedMessageLimit = 4096;
+/// Once their payloads add up to so much, nothing more is taken.
+constexpr size_t forwardedByteLimit = size_t{64} << 20;
 
 /// The daemon's dictionary as the application gets it: the length of an archive, and the archive.
 Data pairingBlock(const Dictionary &message) {
     const Result<Data> archive = archivedDataWithRootObject(message);
-    if (!archive.ok())
+    if (!archive.ok()) {
+        logError("Error: a pairing message is dropped: %@", archive.error().message);
         return nullptr;
+    }
     const uint64_t length = archive->size();
     std::vector<uint8_t> block(sizeof length + archive->size());
     std::memcpy(block.data(), &length, sizeof length);
@@ -139,37 +143,31 @@ void MoxelClientAPI::deliverMessage(uint32_t message, void *argument, MakeForwar
         forwardToCallerThread(forwarded());
 }
 
-/// One message on its way; counted from its making to its end, delivered or not.
-class MoxelClientAPI::ForwardedMessage {
-  public:
-    ForwardedMessage(std::shared_ptr<MoxelClientAPI> client, Dictionary message)
-        : client_(std::move(client)), message_(std::move(message)) {
-        ++client_->forwardedMessages_;
+std::shared_ptr<void> MoxelClientAPI::placeInCallerQueue(size_t bytes) {
+    if (forwardedMessages_ >= forwardedMessageLimit || forwardedBytes_ >= forwardedByteLimit) {
+        logError(
+            "Error: a message is dropped because %i others wait for a thread that does not run its run loop",
+            forwardedMessages_.load());
+        return nullptr;
     }
-    ~ForwardedMessage() { --client_->forwardedMessages_; }
-    ForwardedMessage(const ForwardedMessage &) = delete;
-    ForwardedMessage &operator=(const ForwardedMessage &) = delete;
-
-    void deliver() const { client_->callerThreadProxy(message_); }
-
-  private:
-    const std::shared_ptr<MoxelClientAPI> client_;
-    const Dictionary message_;
-};
+    ++forwardedMessages_;
+    forwardedBytes_ += bytes;
+    return {this, [client = weak_from_this(), bytes](void *) {
+                if (const std::shared_ptr<MoxelClientAPI> counted = client.lock()) {
+                    --counted->forwardedMessages_;
+                    counted->forwardedBytes_ -= bytes;
+                }
+            }};
+}
 
 void MoxelClientAPI::forwardToCallerThread(const Dictionary &message) {
     const std::shared_ptr<Thread> thread = callerThread();
     if (!thread)
         return;
-    if (forwardedMessages_ >= forwardedMessageLimit) {
-        logError(
-            "Error: a message is dropped because %i others wait for a thread that does not run its run loop",
-            forwardedMessageLimit);
-        return;
-    }
-    thread->perform([forwarded = std::make_shared<ForwardedMessage>(shared_from_this(), message)] {
-        forwarded->deliver();
-    });
+    const size_t bytes = message["arg"].asData().size() + message["data"].asData().size();
+    if (const std::shared_ptr<void> place = placeInCallerQueue(bytes))
+        thread->perform(
+            [client = shared_from_this(), message, place] { client->callerThreadProxy(message); });
 }
 
 } // namespace moxel

@@ -173,7 +173,11 @@ void MoxelClientAPI::replyToStoredDataQuery() {
 }
 
 void MoxelClientAPI::registerAgain() {
-    const auto again = [self = weak_from_this()] {
+    stateForwarder_->keepOrder();
+    const std::shared_ptr<void> place = placeInCallerQueue(0);
+    if (!place)
+        return;
+    const auto again = [self = weak_from_this(), place] {
         if (const std::shared_ptr<MoxelClientAPI> client = self.lock())
             client->registerAgainOnCallerThread();
     };
@@ -181,6 +185,8 @@ void MoxelClientAPI::registerAgain() {
 }
 
 void MoxelClientAPI::registerAgainOnCallerThread() {
+    // Requests of other threads use the same storage slot and wait for the same acknowledgement.
+    const std::lock_guard serialised(classLock());
     const auto setRequested = [this](bool requested) {
         const std::shared_ptr<Condition> condition = m_conditionSignal();
         const std::lock_guard lock(*condition);

@@ -67,8 +67,8 @@ struct MxControlPacket {
     uint16_t m_DataID;
     uint16_t code; ///< A ControlCode or a request identifier.
     union {
+        uint64_t channelID; ///< For createChannel and terminateChannel; first, so that {} clears all 8 bytes.
         RequestAnnouncement request;
-        uint64_t channelID; ///< For createChannel and terminateChannel.
     };
     uint8_t reserved[26];
 };

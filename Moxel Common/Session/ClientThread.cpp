@@ -44,6 +44,11 @@ void MoxelClientAPI::clientThreadEntry() {
         if (stopRequested_) // Asked to stop before it came here.
             (*loop)->stop();
     }
+    struct CleanUp {
+        MoxelClientAPI &client;
+        ~CleanUp() { client.cleanUpAfterClientThread(); }
+    };
+    const CleanUp cleanUp{*this}; // Also when memory runs out below.
     (*loop)->keepAlive(keepAliveInterval, RunLoopSourceTimerHandler);
 
     hidManager_ = HIDManager::create();
@@ -53,7 +58,6 @@ void MoxelClientAPI::clientThreadEntry() {
     hidManager_->scheduleWithRunLoop(**loop);
     bClientReady_ = true;
     (*loop)->run();
-    cleanUpAfterClientThread();
 }
 
 void MoxelClientAPI::cleanUpAfterClientThread() {

@@ -30,12 +30,13 @@ uint64_t millisecondsSince1970() {
 /// identifier would share one channel.
 uint64_t makeChannelIdentifier() {
     static std::atomic<uint64_t> last{0};
-    for (;;) {
+    for (int attempt = 0; attempt < 100; ++attempt) { // A clock that stands still is no reason to hang.
         const uint64_t now = millisecondsSince1970();
         if (last.exchange(now) != now)
             return now;
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
+    return last.load();
 }
 
 } // namespace

@@ -245,6 +245,7 @@ void unregisterClient(uint16_t clientID) {
             logError("%s, Error: Call to terminate ", function);
     }
     gPendingClients().set(currentThreadKey(), client, currentThreadKey());
+    // Not only the entry of clientID: that may be 0, and a repeated registration may have changed the number.
     gClients().removeClient(client);
 }
 

@@ -19,14 +19,19 @@ constexpr uint64_t forever = UINT64_MAX;
 /// Sources that one dispatch() runs at most, so that work which posts more work cannot hold the caller.
 constexpr int sourcesPerDispatch = 256;
 
+/// Not-a-number counts as 0.
+double bounded(RunLoop::Seconds seconds) {
+    return seconds.count() > 0 ? std::min(seconds.count(), 1e9) : 0.0;
+}
+
 timespec toTimespec(RunLoop::Seconds seconds) {
-    const double bounded = std::clamp(seconds.count(), 0.0, 1e9);
-    const double whole = std::floor(bounded);
-    return {static_cast<time_t>(whole), static_cast<long>((bounded - whole) * 1e9)};
+    const double limited = bounded(seconds);
+    const double whole = std::floor(limited);
+    return {static_cast<time_t>(whole), static_cast<long>((limited - whole) * 1e9)};
 }
 
 uint64_t toMicroseconds(RunLoop::Seconds seconds) {
-    return static_cast<uint64_t>(std::ceil(std::clamp(seconds.count(), 0.0, 1e9) * 1e6));
+    return static_cast<uint64_t>(std::ceil(bounded(seconds) * 1e6));
 }
 
 } // namespace
@@ -132,8 +137,7 @@ void LinuxRunLoop::run() {
 
 bool LinuxRunLoop::runOneSource(Seconds limit) {
     using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                             Seconds(std::clamp(limit.count(), 0.0, 1e9)));
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(bounded(limit)));
     const int before = *ran_;
     while (!takeStop()) {
         const Seconds left = std::max(Seconds(0), Seconds(deadline - Clock::now()));

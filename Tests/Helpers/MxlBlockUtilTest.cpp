@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <future>
+#include <limits>
 #include <thread>
 
 namespace moxel {
@@ -35,6 +36,14 @@ TEST(MxlBlockUtil, DelayedBlockRunsOnTheCallingThreadAfterTheDelay) {
         EXPECT_TRUE(runUntil([&where] { return where != 0; }));
         EXPECT_EQ(where, self);
         EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(30));
+    }).join();
+}
+
+TEST(MxlBlockUtil, DelayThatIsNoNumberIsNone) {
+    std::thread([] {
+        bool ran = false;
+        MxlBlockUtil::performBlock([&ran] { ran = true; }, std::numeric_limits<double>::quiet_NaN());
+        EXPECT_TRUE(runUntil([&ran] { return ran; }));
     }).join();
 }
 

@@ -2,6 +2,7 @@
 #include "Platform/FileEvents.h"
 #include "Platform/Thread.h"
 #include "Support/CapturedLog.h"
+#include "Support/DescriptorShortage.h"
 #include "Support/TemporaryFolder.h"
 #include <Moxel/CFileObserver.h>
 #include <Moxel/MoxelClient.h>
@@ -104,6 +105,17 @@ TEST_F(FileObserver, BeginsWithNothing) {
     EXPECT_FALSE(observer->observerInfo()->folderName());
 }
 
+TEST(FileObserverWithoutDescriptors, IsNotMade) {
+    test::CapturedLog log;
+    std::shared_ptr<CFileObserver> observer;
+    {
+        const test::DescriptorShortage shortage;
+        observer = CFileObserver::init();
+    }
+    EXPECT_EQ(observer, nullptr);
+    EXPECT_TRUE(log.has("ERROR initializing kqueue()!!"));
+}
+
 TEST_F(FileObserver, AFolderIsNoFile) {
     test::CapturedLog log;
     EXPECT_FALSE(observer->observeFile(folder.path()));
@@ -136,17 +148,17 @@ TEST_F(FileObserver, DeletingTheFileIsReportedAsReason1AndLogged) {
 }
 
 TEST_F(FileObserver, AnotherFileOfTheFolderPostsNothing) {
-    ASSERT_TRUE(observer->observeFile(path("settings.plist")));
-    write(path("other.plist"));
-    write(path("settings.plist.tmp"));
+    const auto others = {"other.plist", "settings.plist.tmp", "sub/settings.plist"};
     std::filesystem::create_directory(path("sub"));
-    write(path("sub/settings.plist"));
+    for (const char *other : others)
+        write(path(other));
+    ASSERT_TRUE(observer->observeFile(path("settings.plist")));
+    // Removals, because every notification names the watched file: the reason alone tells whose change it is.
+    for (const char *other : others)
+        std::filesystem::remove(path(other));
     write(path("settings.plist"));
     ASSERT_TRUE(listener.waitFor(1));
-    for (const Change &change : listener.changes())
-        EXPECT_EQ(change.fileName, String("settings.plist"));
-    std::filesystem::remove(path("settings.plist"));
-    ASSERT_TRUE(listener.waitForReason(1));
+    EXPECT_EQ(listener.changes()[0].reason, 2);
 }
 
 TEST_F(FileObserver, ChangingAndTouchingTheFileIsReason2) {
@@ -216,8 +228,17 @@ TEST_F(FileObserver, AfterStoppingItStillReadsObservingButObservesNothing) {
     test::TemporaryFolder other;
     EXPECT_TRUE(observer->observeFolder(other.path()));
     EXPECT_EQ(observer->m_folderName(), String(other.path()));
-    write(other.path() + "/file");
-    write(path("file"));
+    // Another observer of that folder tells when this one would have been told.
+    const std::shared_ptr<CFileObserver> witness = CFileObserver::init();
+    Listener heard(*witness);
+    ASSERT_TRUE(witness->observeFolder(other.path()));
+    for (const char *name : {"/one", "/two"}) {
+        const size_t before = heard.changes().size();
+        write(other.path() + name);
+        write(folder.path() + name);
+        EXPECT_TRUE(heard.waitFor(before + 1));
+    }
+    witness->stopObservation();
     EXPECT_TRUE(listener.changes().empty());
 }
 

@@ -286,6 +286,24 @@ TEST_F(Dispatch, ForwardedMessagesArriveInTheirOrder) {
         EXPECT_EQ(calls[i].productID, i);
 }
 
+TEST_F(Dispatch, BytesForAThreadThatNeverRunsItsLoopAreBounded) {
+    test::CapturedLog log;
+    const Dictionary message{{"req", "cabdev"}, {"blob", Data(Bytes(size_t{8} << 20))}};
+    for (int i = 0; i < 12; ++i)
+        parse(forwarded, message);
+    EXPECT_EQ(log.countStarting("Error: a message is dropped because"), 4U);
+    ASSERT_TRUE(Recorder::instance().dispatchUntil(8));
+    parse(forwarded, message);
+    ASSERT_TRUE(Recorder::instance().dispatchUntil(9));
+}
+
+TEST_F(Dispatch, PairingMessageThatCannotBeArchivedIsDroppedWithAnErrorLine) {
+    test::CapturedLog log;
+    parse(threaded, {{"req", "cabdev"}, {"slot", UID{1}}});
+    EXPECT_EQ(log.countStarting("Error: a pairing message is dropped: "), 1U);
+    expectNothing();
+}
+
 TEST_F(Dispatch, MessagesForAThreadThatNeverRunsItsLoopAreBounded) {
     test::CapturedLog log;
     for (int i = 0; i < 5000; ++i)

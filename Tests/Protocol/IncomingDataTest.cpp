@@ -230,6 +230,9 @@ TEST_F(IncomingData, StateRecordIsForwardedAndCountedUntilItIsHandled) {
     ASSERT_TRUE(Recorder::instance().dispatchUntil(1));
     EXPECT_EQ(client->outstandingStateCallbacks(), 0);
     EXPECT_EQ(Recorder::instance().calls()[0].argument, Access::ringSlot(client, 0));
+    const Bytes report = stateReport();
+    EXPECT_EQ(Recorder::instance().calls()[0].bytes, Bytes(report.begin() + 7, report.begin() + 55));
+    EXPECT_EQ(Recorder::instance().calls()[0].productID, 0xC652U);
 }
 
 TEST_F(IncomingData, WithoutHandlerOrCallerThreadAStateRecordIsDropped) {
@@ -301,6 +304,31 @@ TEST_F(IncomingData, ReRegistrationOfAnUnknownClientReturns0AndClearsItsFlag) {
     while (!log.has("blockoperation re-register returned cID=0"))
         ASSERT_GT((*RunLoop::current())->dispatch(10000), 0);
     EXPECT_FALSE(client->m_bReRegistrationRequest());
+}
+
+TEST_F(IncomingData, ReRegistrationsForAThreadThatNeverRunsItsLoopAreBounded) {
+    test::CapturedLog log;
+    client->applicationInfo()->setClientid(4323);
+    for (int i = 0; i < 5000; ++i)
+        channel->receive(padded({0x35, 4, 0, 0xEF, 0xBE}));
+    EXPECT_EQ(log.countStarting("Error: a message is dropped because 4096 others wait"), 904U);
+    while (log.count("blockoperation re-register returned cID=0") < 4096)
+        ASSERT_GT((*RunLoop::current())->dispatch(10000), 0);
+}
+
+TEST_F(IncomingData, NewerStateRecordDoesNotOvertakeAReRegistration) {
+    make(false);
+    client->applicationInfo()->setClientid(4324);
+    test::CapturedLog log;
+    size_t registrationsBefore = 0;
+    Recorder::instance().setOnCall([&](const test::ReceivedCall &) {
+        registrationsBefore = log.count("blockoperation re-register returned cID=0");
+    });
+    channel->receive(stateReport());
+    channel->receive(padded({0x35, 4, 0, 0xEF, 0xBE}));
+    channel->receive(stateReport());
+    ASSERT_TRUE(Recorder::instance().dispatchUntil(1));
+    EXPECT_EQ(registrationsBefore, 1U);
 }
 
 TEST_F(IncomingData, ReRegistrationRunsTheRegistrationWithTheExistingRecord) {

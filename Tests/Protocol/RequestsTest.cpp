@@ -119,9 +119,6 @@ TEST_F(Requests, ThatTheSlotRefusesAreNotAnnounced) {
 }
 
 TEST_F(Requests, WhoseAnnouncementFailsDoNotWait) {
-    dedicated->onSetReport = [this](const test::SentReport &) {
-        dedicated->setReportStatus = HIDStatus::success;
-    };
     dedicated->onSetReport = [this](const test::SentReport &report) {
         dedicated->setReportStatus = report.reportID == 0x46 ? HIDStatus::error : HIDStatus::success;
     };

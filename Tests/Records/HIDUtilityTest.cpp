@@ -134,6 +134,13 @@ TEST(HIDUtility, PrintsAxesButtonsAndKeys) {
               " Value length: 2.    Keyboard/Pad: 3, 1. \n");
 }
 
+TEST(HIDUtility, PrintsEveryAxisByItsName) {
+    const std::array<std::string, 6> names{"X", "Y", "Z", "Rx", "Ry", "Rz"};
+    for (uint32_t i = 0; i < names.size(); ++i)
+        EXPECT_EQ(printed([i] { HIDUtility::printHIDValueInfo(desktopValue(0x30 + i, 5)); }),
+                  " Value length: 2.    Desktop " + names[i] + ": 5. \n");
+}
+
 TEST(HIDUtility, PrintsDetailsOfEverythingElse) {
     const std::string details = "  ElementType = 3.  Value: -1 ( 0xffffffff ). \n  ReportID: 9. \n"
                                 "  Logical MinMax: [-350, 350] \n  Relative: true. \n";

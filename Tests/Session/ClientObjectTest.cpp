@@ -3,6 +3,7 @@
 #include "Platform/Session.h"
 #include "Support/CapturedLog.h"
 #include "Support/ClientTestAccess.h"
+#include "Support/FakeHIDDevice.h"
 #include "Support/HandlerRecorder.h"
 #include <Moxel/CFileObserver.h>
 
@@ -351,6 +352,26 @@ TEST_F(ClientObject, MessagesAfterTheClientThreadEndedAreDropped) {
 }
 
 // ------------------------------------------------------------------------------------------ Notifications
+
+TEST_F(ClientObject, AfterTheCreatingThreadExitedForwardedMessagesAreHandledOnTheMainThread) {
+    Access::Client client;
+    std::thread([&client] {
+        client = plainClient();
+        Access::subscribe(client);
+    }).join();
+    const auto dedicated = test::FakeHIDDevice::channel("dedicated");
+    client->setM_refHIDChannelDedicated(dedicated);
+    std::vector<uint8_t> report{0x35, 3, 0, 0, 0, 0, 0};
+    report.resize(64, 0x0A);
+    client->handleIncomingData(report.data(), report.size(), HIDReportType::input, 0x35, dedicated.get());
+    client->parseDict({{"req", "devadd"}, {"pid", 7U}}, "devadd");
+    EXPECT_EQ(calls().size(), 0U) << "both wait for the main thread";
+    ASSERT_TRUE(Thread::current()->isMain());
+    ASSERT_TRUE(Recorder::instance().dispatchUntil(2));
+    for (const ReceivedCall &call : calls())
+        EXPECT_EQ(call.thread, Thread::main()->identifier());
+    EXPECT_EQ(client->outstandingStateCallbacks(), 0);
+}
 
 TEST_F(ClientObject, AfterTheCreatingThreadExitedMessagesGoToTheMainThread) {
     Access::Client client;

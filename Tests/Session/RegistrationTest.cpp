@@ -6,6 +6,7 @@
 #include "Support/FakeHIDDevice.h"
 #include "Support/LiveDaemon.h"
 #include "Values/Format.h"
+#include "Values/KeyedArchive.h"
 
 #include <gtest/gtest.h>
 
@@ -263,8 +264,8 @@ TEST_F(Registration, WithADaemonThatNeverAnswersIs0WithinFourAndAHalfSeconds) {
     EXPECT_GE(took, std::chrono::milliseconds(2000));
     EXPECT_LT(took, std::chrono::milliseconds(5000));
     EXPECT_TRUE(log.has(selector + ", Error: Timeout - Failed to complete application registration!"));
-    EXPECT_FALSE(reportWithID(0x73, reportCount() - 1))
-        << "no application information without a registration";
+    for (const daemon::ReceivedReport &report : moxeld->observe().reports)
+        EXPECT_NE(report.reportID, 0x73) << "no application information without a registration";
 }
 
 TEST_F(Registration, WhoseDataCannotBeSentIs0) {
@@ -462,6 +463,65 @@ TEST_F(Registration, AnswersStoredDataQueries) {
         patience));
 }
 
+TEST_F(Registration, WhoseFarewellFailsLeavesTheBaseChannelOpenAndMovesTheSessionBack) {
+    test::CapturedLog log;
+    startDaemon();
+    const uint16_t clientID = beginSession();
+    const ClientRegistry::Client client = CurrentClientViaClientID(clientID);
+    daemon::Faults faults;
+    faults.refusedSetReports[0x73] = HIDStatus::error;
+    moxeld->setFaults(faults);
+    UnregisterMoxelClient(clientID);
+    EXPECT_EQ(log.count("void UnregisterMoxelClient(uint16_t), Error: Call to terminate "), 1U);
+    EXPECT_TRUE(client->m_bClientRegistered());
+    EXPECT_TRUE(client->m_bHIDChannelBaseOpen());
+    EXPECT_TRUE(client->m_bHIDChannelDedicatedOpen());
+    EXPECT_EQ(CurrentPendingClient(), client);
+    EXPECT_EQ(CurrentClientViaClientID(clientID), nullptr);
+}
+
+TEST_F(Registration, AFirstOneIsNotMarkedAsRepeated) {
+    startDaemon();
+    beginSession();
+    const auto request = reportWithID(0x63);
+    ASSERT_TRUE(request);
+    const Result<Value> root = unarchiveObjectWithData(request->bytes);
+    ASSERT_TRUE(root.ok());
+    EXPECT_EQ(root->asDictionary()["req"], Value("regclient"));
+    EXPECT_EQ(root->asDictionary()["type"].kind(), Kind::boolean);
+    EXPECT_EQ(root->asDictionary()["type"], Value(false));
+}
+
+TEST_F(Registration, WithALateChannelAndNoAnswerIs0After4AndAHalfSecondsAtMost) {
+    daemon::Faults faults;
+    faults.dedicatedChannelDelay = std::chrono::milliseconds(2000);
+    faults.noRegistrationAnswer = true;
+    startDaemonWithFaults(faults);
+    ASSERT_EQ(install(), 0);
+    const auto start = Clock::now();
+    EXPECT_EQ(registerAs("Test"), 0);
+    const auto took = Clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(4000));
+    EXPECT_LT(took, std::chrono::milliseconds(5500)); // 4.5 s and a busy machine.
+}
+
+TEST(UnregisterConnection, CountsItsCallsInEightBits) {
+    test::CapturedLog log;
+    const auto client = MoxelClientTestAccess::make(Recorder::message, nullptr, nullptr, false);
+    const std::string start =
+        format("****************** %s, %p, Called ", "-[MoxelClientAPI unregisterConnection]",
+               static_cast<const void *>(client.get()));
+    std::vector<int> counts;
+    for (int i = 0; i < 257; ++i) {
+        EXPECT_FALSE(client->unregisterConnection());
+        counts.push_back(std::stoi(log.lines().back().substr(start.size())));
+        ASSERT_EQ(log.lines().back(), start + std::to_string(counts.back()) + " times...");
+        log.clear();
+    }
+    for (size_t i = 1; i < counts.size(); ++i)
+        ASSERT_EQ(counts[i], (counts[i - 1] + 1) % 256);
+}
+
 // ------------------------------------------------------------------------------------------ Bundle
 // identifier
 
@@ -472,9 +532,11 @@ class ApplicationBundle : public ::testing::Test {
         bundle.path = path;
         return bundle;
     }
-    static constexpr const char *information = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist "
-                                               "version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
-                                               "<string>org.example.Tool</string></dict></plist>\n";
+    static std::string information(const std::string &identifier) {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+               "<key>CFBundleIdentifier</key><string>" +
+               identifier + "</string></dict></plist>\n";
+    }
     test::TemporaryFolder applications;
 };
 
@@ -485,14 +547,23 @@ TEST_F(ApplicationBundle, IdentifierOfTheBundleWins) {
 }
 
 TEST_F(ApplicationBundle, AHelperTakesTheIdentifierOfTheFirstApplicationInItsPath) {
-    applications.write("Tool.app/Contents/Info.plist", information);
+    applications.write("Tool.app/Contents/Info.plist", information("org.example.Tool"));
     applications.write("Tool.app/Contents/Helpers/X.app/Contents/Info.plist", "not a property list");
     EXPECT_EQ(applicationBundleIdentifier(bundleAt(applications.path("Tool.app/Contents/Helpers/X.app"))),
               Value("org.example.Tool"));
 }
 
-TEST_F(ApplicationBundle, APathThatEndsInItsFirstApplicationHasNone) {
-    applications.write("Tool.app/Contents/Info.plist", information);
+TEST_F(ApplicationBundle, TheBundlesOwnPropertyListTellsItsIdentifier) {
+    applications.write("Tool.app/Contents/Info.plist", information("org.example.Tool"));
+    applications.write("Tool.app/Contents/Helpers/X.app/Contents/Info.plist", information("org.example.X"));
+    EXPECT_EQ(applicationBundleIdentifier(bundleAt(applications.path("Tool.app"))),
+              Value("org.example.Tool"));
+    EXPECT_EQ(applicationBundleIdentifier(bundleAt(applications.path("Tool.app/Contents/Helpers/X.app"))),
+              Value("org.example.X"));
+}
+
+TEST_F(ApplicationBundle, APathThatEndsInItsFirstApplicationHasNoEnclosingOne) {
+    applications.write("Tool.app/Contents/Info.plist", "{ Other = text; }");
     EXPECT_TRUE(applicationBundleIdentifier(bundleAt(applications.path("Tool.app"))).isNull());
 }
 

@@ -24,6 +24,7 @@ class Condition;
 class HIDManager;
 class NotificationSubscription;
 class RunLoop;
+class RunLoopSource;
 class StateForwarder;
 class Thread;
 struct Notification;
@@ -180,7 +181,6 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
   private:
     friend class StateForwarder;
     friend struct MoxelClientTestAccess;
-    class ForwardedMessage;
     struct Subscriptions;
 
     MoxelClientAPI();
@@ -235,6 +235,9 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     void deliverMessage(uint32_t message, void *argument, MakeForwarded &&forwarded);
     void deliverSettingsChange(MoxelSettingsChange &change);
     void forwardToCallerThread(const Dictionary &message);
+    /// Counts one piece of work, and its bytes, as waiting for the caller thread until the result is gone;
+    /// null when too much waits already.
+    [[nodiscard]] std::shared_ptr<void> placeInCallerQueue(size_t bytes);
     [[nodiscard]] bool hasMessageHandler() const noexcept;
     /// The plain handler if set, else the context-taking one.
     void callMessageHandler(uint32_t productID, uint32_t message, void *argument);
@@ -260,6 +263,8 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     bool allowThreadedCallback_ = false;
     std::atomic<int32_t> outstandingStateCallbacks_{0};
     [[maybe_unused]] uint32_t lastButtons_ = 0;
+    std::unique_ptr<RunLoopSource>
+        timerCheckResponse_; ///< For a check of the daemon's response; none is made yet.
     std::atomic<bool> m_bClientRegistered_{false};
     std::atomic<bool> m_bPacketACK_{false};
     std::atomic<uint16_t> m_uVendorID_{0};
@@ -293,6 +298,7 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     std::unique_ptr<Subscriptions> subscriptions_;   ///< Guarded by fieldMutex_.
     std::unique_ptr<StateForwarder> stateForwarder_; ///< Client thread posts, caller thread delivers.
     std::atomic<int32_t> forwardedMessages_{0};      ///< Waiting for the caller thread, state records aside.
+    std::atomic<size_t> forwardedBytes_{0};          ///< What they carry.
 };
 
 } // namespace moxel
