@@ -405,7 +405,9 @@ TEST_F(DaemonDaemon, SlicesAreKeptAsOneMessage) {
 }
 
 TEST_F(DaemonDaemon, MessageWithoutAnEndIsKeptWhenItsChannelGoes) {
-    start();
+    Options options;
+    options.sliceTimeout = 10 * patience;
+    start(options);
     TestClient client(*daemon, 5);
     client.registerClient();
     client.send(Bytes(2042, 'a'));
