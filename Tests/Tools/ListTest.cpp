@@ -28,7 +28,7 @@ TEST_F(List, ShowsTheChannelsWithOwnersAndStates) {
     ASSERT_TRUE(moxeld->waitForClient(patience).has_value());
     const Finished list = run({"list"});
     EXPECT_EQ(list.exitCode, 0) << list.errors;
-    EXPECT_THAT(list.output, StartsWith("bus " + bus + ":"));
+    EXPECT_THAT(list.output, StartsWith("bus " + bus + "\n"));
     EXPECT_THAT(list.output,
                 HasSubstr("  " + moxeld->baseChannelName() + "\n    is       base channel for user "));
     EXPECT_THAT(list.output, HasSubstr("    is       channel of a client, made 2"));

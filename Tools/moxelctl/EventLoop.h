@@ -34,10 +34,12 @@ class EventLoop {
   private:
     using Clock = std::chrono::steady_clock;
 
+    [[nodiscard]] bool driverIsGone();
     void takeTurn(const Limits &limits, int milliseconds);
 
     const StopSignal stopSignal_;
     const DriverPresence presence_;
+    std::optional<Clock::time_point> leftAt_; ///< When the driver's leave was noticed.
     bool isStopped_ = false;
     bool isOutputClosed_ = false;
 };

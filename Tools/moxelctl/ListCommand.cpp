@@ -104,10 +104,10 @@ std::string deviceText(const SurveyedDevice &device) {
 }
 
 std::string busText(const SurveyedBus &bus) {
-    std::string text = "bus " + printableText(bus.place) + ": ";
+    std::string text = "bus " + printableText(bus.place);
     if (!bus.problem.empty())
-        return text + printableText(bus.problem) + "\n";
-    text += bus.devices.empty() ? "empty\n" : "\n";
+        return text + ": " + printableText(bus.problem) + "\n";
+    text += bus.devices.empty() ? ": empty\n" : "\n";
     for (const SurveyedDevice &device : bus.devices)
         text += deviceText(device);
     if (bus.unseenDevices > 0)
