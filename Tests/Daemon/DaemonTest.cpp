@@ -357,7 +357,8 @@ TEST_F(DaemonDaemon, RequestsAreAcknowledgedAndKept) {
     start();
     TestClient client(*daemon, 5);
     client.registerClient();
-    const Dictionary control{{"req", "moxclientctrl"}, {"message", 0x6D766964}, {"ctrlparm", -3}};
+    test::CapturedLog log;
+    const Dictionary control{{"req", "moxclientctrl"}, {"message", 0x6D76424C}, {"ctrlparm", 0xFFFFFFFD}};
     client.send(control);
     EXPECT_EQ(client.input(), acknowledgementInput);
     EXPECT_TRUE(client.isQuiet());
@@ -367,6 +368,7 @@ TEST_F(DaemonDaemon, RequestsAreAcknowledgedAndKept) {
     EXPECT_EQ(request->dictionary, control);
     EXPECT_EQ(request->clientID, client.clientID);
     EXPECT_TRUE(request->acknowledged);
+    EXPECT_TRUE(log.waitFor(", code 0x6D76424C, parameter -3"));
 }
 
 TEST_F(DaemonDaemon, RawDataIsAcknowledgedBySlices) {
@@ -382,6 +384,38 @@ TEST_F(DaemonDaemon, RawDataIsAcknowledgedBySlices) {
     client.send(bytesOf("hello"));
     EXPECT_TRUE(client.isQuiet());
     EXPECT_EQ(daemon->observe().requests.back().bytes, bytesOf("hello"));
+}
+
+TEST_F(DaemonDaemon, SlicesAreKeptAsOneMessage) {
+    start();
+    TestClient client(*daemon, 5);
+    client.registerClient();
+    client.send(bytesOf("hello"));
+    client.send(Bytes(2042, 'a'));
+    EXPECT_EQ(client.input(), acknowledgementInput);
+    client.send(Bytes{'b'});
+    EXPECT_EQ(client.input(), acknowledgementInput);
+    const auto message = daemon->waitForMessage(
+        patience, [](const ReceivedMessage &received) { return received.slices == 2; });
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->bytes, Bytes(2042, 'a') + Bytes{'b'});
+    EXPECT_EQ(message->clientID, client.clientID);
+    EXPECT_EQ(message->channelID, 5U);
+    EXPECT_EQ(daemon->observe().messages.front().bytes, bytesOf("hello"));
+}
+
+TEST_F(DaemonDaemon, MessageWithoutAnEndIsKeptWhenItsChannelGoes) {
+    Options options;
+    options.sliceTimeout = 10 * patience;
+    start(options);
+    TestClient client(*daemon, 5);
+    client.registerClient();
+    client.send(Bytes(2042, 'a'));
+    EXPECT_EQ(client.input(), acknowledgementInput);
+    client.terminate();
+    const auto message = daemon->waitForMessage(patience);
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->bytes, Bytes(2042, 'a'));
 }
 
 TEST_F(DaemonDaemon, FullBlocksAreWholeMessagesWhenToldSo) {

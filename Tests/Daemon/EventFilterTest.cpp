@@ -58,6 +58,13 @@ TEST(DaemonEventFilter, ChangesOfUnwantedButtonsAreNotSent) {
     EXPECT_TRUE(filter.apply(recordOf(2, 0x0)));
 }
 
+TEST(DaemonEventFilter, ButtonsThatChangeWhileTheyAreNotWantedAreFollowed) {
+    EventFilter filter = filterOf(0, 0x1);
+    EXPECT_FALSE(filter.apply(recordOf(2, 0x2)));
+    filter.eventMask = 2;
+    EXPECT_FALSE(filter.apply(recordOf(2, 0x0))) << "only an unwanted button changed";
+}
+
 TEST(DaemonEventFilter, ApplicationEventsAreNoButtons) {
     EventFilter filter = filterOf(4, 0);
     MoxelStateRecord record = recordOf(10, 0xFF);

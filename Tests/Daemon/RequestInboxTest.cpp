@@ -38,7 +38,7 @@ TEST_F(DaemonRequestInbox, OnlyRepeatedRegistrationsAreAcknowledged) {
 
 TEST_F(DaemonRequestInbox, EveryOtherRequestIsAcknowledged) {
     EXPECT_TRUE(isAcknowledged(masks));
-    EXPECT_TRUE(isAcknowledged(Dictionary{{"req", "moxclientctrl"}, {"message", 1}, {"ctrlparm", -5}}));
+    EXPECT_TRUE(isAcknowledged(Dictionary{{"req", "moxclientctrl"}, {"message", 1}, {"ctrlparm", 5}}));
     for (const char *name : {"moxclientwrite", "moxclientactset"})
         EXPECT_TRUE(isAcknowledged(Dictionary{{"req", name}, {"ctrlcmd", "c"}, {"ctrlparm", "p"}})) << name;
 }
@@ -58,11 +58,13 @@ TEST_F(DaemonRequestInbox, SlicesAreAcknowledgedToTheLast) {
         const auto request = take(full);
         EXPECT_TRUE(request->acknowledged);
         EXPECT_EQ(request->continues, slice > 0);
+        EXPECT_TRUE(request->mayGoOn);
         now += 900ms;
     }
     const auto last = take({1});
     EXPECT_TRUE(last->acknowledged);
     EXPECT_TRUE(last->continues);
+    EXPECT_FALSE(last->mayGoOn);
     EXPECT_FALSE(isAcknowledged(Bytes{1}));
 }
 
@@ -115,6 +117,8 @@ TEST_F(DaemonRequestInbox, MalformedRequestsSayWhatIsWrong) {
           Dictionary{{"req", "regclient"}, {"app", Record{"MxlApplication", {}}}},
           Dictionary{{"req", "setclientmasks"}, {"bsetmask", 1}},
           Dictionary{{"req", "moxclientctrl"}, {"message", "text"}, {"ctrlparm", 1}},
+          Dictionary{{"req", "moxclientctrl"}, {"message", 1}, {"ctrlparm", -1}},
+          Dictionary{{"req", "moxclientctrl"}, {"message", 1}},
           Dictionary{{"req", "moxclientwrite"}, {"ctrlcmd", "c"}}}) {
         const auto taken = take(*writeKeyedArchive(request));
         ASSERT_TRUE(taken);
@@ -128,6 +132,13 @@ TEST_F(DaemonRequestInbox, MasksAreSetOnlyWhenTheirFlagIs) {
     ASSERT_TRUE(request);
     EXPECT_EQ(request->eventMask, 5U);
     EXPECT_EQ(request->buttonMask, std::nullopt);
+}
+
+TEST_F(DaemonRequestInbox, ControlRequestsHaveACodeAndASignedParameter) {
+    const auto request =
+        controlRequest({{"req", "moxclientctrl"}, {"message", 0xF6766964}, {"ctrlparm", 0xFFFFFFFD}});
+    EXPECT_EQ(request, (ControlRequest{0xF6766964, -3}));
+    EXPECT_EQ(controlRequest(masks), std::nullopt);
 }
 
 TEST_F(DaemonRequestInbox, ApplicationRecordIsReadMemberByMember) {

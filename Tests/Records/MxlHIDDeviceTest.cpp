@@ -198,7 +198,7 @@ TEST(MxlHIDDevice, FreshRecordsShareNoLists) {
 
 TEST(MxlHIDDevice, LastUsedDeviceFollowsFromThePairedDevicesOnly) {
     const Ref<MxlHIDDevice> record = filledRecord();
-    for (const uint8_t slot : {0, 1, 2, 200, 255}) {
+    for (const uint8_t slot : std::initializer_list<uint8_t>{0, 1, 2, 200, 255}) {
         record->setIdxLastUsedSlot(slot);
         EXPECT_EQ(record->lastUsedDevice(), 2);
     }
