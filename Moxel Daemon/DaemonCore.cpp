@@ -269,7 +269,12 @@ void DaemonCore::noteQueues() {
         longest = std::max(longest, candidate->queuedBytes());
     for (const auto &[number, device] : devices_)
         longest = std::max(longest, device->queuedBytes());
-    journal_.update([longest](Observation &observation) { observation.queuedBytes = longest; });
+    const auto sending = static_cast<size_t>(std::count_if(
+        channels_.begin(), channels_.end(), [](const auto &client) { return client->isSending(); }));
+    journal_.update([longest, sending](Observation &observation) {
+        observation.queuedBytes = longest;
+        observation.sendingClients = sending;
+    });
 }
 
 // ------------------------------------------------------------------------------------------ Motion

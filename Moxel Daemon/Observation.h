@@ -59,10 +59,11 @@ struct Observation {
     std::deque<ReceivedMessage> messages; ///< Of raw data, joined from their slices; the last ones.
     size_t baseConnections = 0;           ///< Connections to the base channel, open or not.
     size_t baseOpenCount = 0;
-    size_t queuedBytes = 0;   ///< What waits for the slowest client of all.
-    uint64_t traceEvents = 0; ///< Trace events played.
-    bool traceIsOver = false; ///< The last trace has come to its end.
-    std::string traceProblem; ///< Why it ended early.
+    size_t queuedBytes = 0;    ///< What waits for the slowest client of all.
+    size_t sendingClients = 0; ///< Clients with a message on its way.
+    uint64_t traceEvents = 0;  ///< Trace events played.
+    bool traceIsOver = false;  ///< The last trace has come to its end.
+    std::string traceProblem;  ///< Why it ended early.
 };
 
 } // namespace moxel::daemon

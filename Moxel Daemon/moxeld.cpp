@@ -119,6 +119,16 @@ void tellReady(const Daemon &daemon) {
     ::sd_notify(0, "READY=1");
 }
 
+/// The last events of a trace that is over may still be on their way.
+void awaitDelivery(const Daemon &daemon) {
+    constexpr std::chrono::seconds limit{3};
+    (void)daemon.waitUntil(
+        [](const Observation &seen) {
+            return !seen.traceIsOver || (seen.queuedBytes == 0 && seen.sendingClients == 0);
+        },
+        limit);
+}
+
 int serve(CommandLine &line, const TraceBlock &trace, RunLoop &runLoop) {
     line.options.whenTraceEnds = [&](const std::string &problem) {
         if (line.endsWithTrace || !problem.empty())
@@ -136,6 +146,8 @@ int serve(CommandLine &line, const TraceBlock &trace, RunLoop &runLoop) {
     }
     runLoop.run();
     ::sd_notify(0, "STOPPING=1");
+    if (line.endsWithTrace)
+        awaitDelivery(**daemon);
     const std::string problem = (*daemon)->observe().traceProblem;
     if (problem.empty())
         return success;

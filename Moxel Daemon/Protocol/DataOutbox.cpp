@@ -98,6 +98,8 @@ void DataOutbox::next() {
             current_ = std::move(packet);
         announce_(size, wantsAnswer);
     }
+    if (changed_)
+        changed_();
     if (!current_)
         return;
     Result<RunLoopSource> timer = runLoop_.addTimer(timeout_, RunLoop::Seconds(0), [this] { timedOut(); });

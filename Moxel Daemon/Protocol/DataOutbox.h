@@ -35,14 +35,19 @@ struct OutgoingPacket {
 class DataOutbox {
   public:
     using Announce = std::function<void(uint16_t size, bool wantsAnswer)>;
+    /// isIdle() may have changed.
+    using Changed = std::function<void()>;
 
     /// Largest payload of a packet.
     static constexpr size_t payloadLimit = 2042;
     /// Bytes of packets that may wait for one client.
     static constexpr size_t queueLimit = size_t{8} << 20;
 
-    DataOutbox(RunLoop &runLoop, std::chrono::milliseconds timeout, Announce announce)
-        : runLoop_(runLoop), timeout_(timeout), announce_(std::move(announce)) {}
+    DataOutbox(RunLoop &runLoop, std::chrono::milliseconds timeout, Announce announce, Changed changed = {})
+        : runLoop_(runLoop),
+          timeout_(timeout),
+          announce_(std::move(announce)),
+          changed_(std::move(changed)) {}
 
     /// False when too much waits already.
     [[nodiscard]] bool send(std::vector<OutgoingPacket> message);
@@ -61,6 +66,7 @@ class DataOutbox {
     RunLoop &runLoop_;
     std::chrono::milliseconds timeout_;
     Announce announce_;
+    Changed changed_;
     std::deque<std::vector<OutgoingPacket>> messages_; ///< The first one without the packets that were sent.
     size_t queuedBytes_ = 0;
     size_t nextPacket_ = 0; ///< Of the first message.

@@ -50,8 +50,10 @@ DedicatedChannel::DedicatedChannel(ChannelServices &services, Delegate &delegate
       inbox_(options.fullBlock, options.sliceTimeout),
       joiner_(runLoop, options.sliceTimeout,
               [this](ReceivedMessage message) { this->services().journal.add(std::move(message)); }),
-      outbox_(runLoop, options.packetTimeout,
-              [this](uint16_t size, bool wantsAnswer) { sendInput(dataWaitingReport(size, wantsAnswer)); }) {
+      outbox_(
+          runLoop, options.packetTimeout,
+          [this](uint16_t size, bool wantsAnswer) { sendInput(dataWaitingReport(size, wantsAnswer)); },
+          [this] { this->services().queuesChanged(); }) {
     description_.channelID = channelID;
     description_.channelName = nameForID(channelID);
     description_.processID = processID;

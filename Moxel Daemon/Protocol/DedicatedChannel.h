@@ -46,6 +46,8 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
                                               size_t packetSize);
     /// False when too much waits for the client already.
     [[nodiscard]] bool sendPacket(OutgoingPacket packet) { return outbox_.send({std::move(packet)}); }
+    /// True while a message is on its way to the client.
+    [[nodiscard]] bool isSending() const noexcept { return !outbox_.isIdle(); }
     void askToRegisterAgain();
     void queryStoredData();
 

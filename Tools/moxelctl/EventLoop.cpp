@@ -12,6 +12,9 @@ namespace moxel::tool {
 
 namespace {
 
+/// Milliseconds between two looks whether everything has come, once the driver has left.
+constexpr int departurePause = 10;
+
 /// The sooner of two poll() timeouts; negative is never.
 int sooner(int first, int second) {
     return first < 0 || second < 0 ? std::max(first, second) : std::min(first, second);
@@ -38,12 +41,21 @@ EventLoop::End EventLoop::run(const Limits &limits) {
             return End::stopped;
         if (isOutputClosed_)
             return End::outputClosed;
-        if (presence_.hasLeft())
+        if (driverIsGone())
             return End::driverLeft;
         if (left == 0)
             return End::timeIsUp;
-        takeTurn(limits, sooner(left, frame));
+        takeTurn(limits, sooner(sooner(left, frame), leftAt_ ? departurePause : -1));
     }
+}
+
+/// What the driver sent last may reach this thread after the news that it has left.
+bool EventLoop::driverIsGone() {
+    constexpr std::chrono::milliseconds lastEvents{100};
+    if (!presence_.hasLeft())
+        return false;
+    leftAt_ = leftAt_.value_or(Clock::now());
+    return Clock::now() - *leftAt_ >= lastEvents;
 }
 
 void EventLoop::takeTurn(const Limits &limits, int milliseconds) {

@@ -22,11 +22,11 @@ class EventLoop {
     };
 
     struct Limits {
-        std::optional<double> seconds;      ///< From the beginning of run().
-        bool endsWithOutput = true;         ///< Ends when standard output cannot be written.
-        std::function<bool()> isDone = {};  ///< Asked after every turn.
-        std::function<int()> refresh = {};  ///< Called every turn; the milliseconds until it is to be called
-                                            ///< again at the latest, -1 for whenever.
+        std::optional<double> seconds;     ///< From the beginning of run().
+        bool endsWithOutput = true;        ///< Ends when standard output cannot be written.
+        std::function<bool()> isDone = {}; ///< Asked after every turn.
+        std::function<int()> refresh = {}; ///< Called every turn; the milliseconds until it is to be called
+                                           ///< again at the latest, -1 for whenever.
     };
 
     [[nodiscard]] End run(const Limits &limits);
@@ -34,10 +34,12 @@ class EventLoop {
   private:
     using Clock = std::chrono::steady_clock;
 
+    [[nodiscard]] bool driverIsGone();
     void takeTurn(const Limits &limits, int milliseconds);
 
     const StopSignal stopSignal_;
     const DriverPresence presence_;
+    std::optional<Clock::time_point> leftAt_; ///< When the driver's leave was noticed.
     bool isStopped_ = false;
     bool isOutputClosed_ = false;
 };
