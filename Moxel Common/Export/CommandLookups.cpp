@@ -45,7 +45,7 @@ String MxlPlistDictionaries::idForLabel(const String &label, const Dictionary &i
 Dictionary MxlPlistDictionaries::commandSetForLabel(const String &label, String *returningCommandID,
                                                     const Dictionary &fromSetting) const {
     for (const auto &[key, value] : appExportedCommandsDictUsingPrefs(fromSetting)) {
-        const Dictionary set = value.asDictionary();
+        Dictionary set = value.asDictionary();
         if (key == kMxKeyActiveSetID || set["type"].asString() != kMxKeyActionSet)
             continue;
         if (const Dictionary member = memberWithLabel(set, label)) {

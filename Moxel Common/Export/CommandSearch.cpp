@@ -21,7 +21,7 @@ Dictionary CommandSearch::run(const Dictionary &root) {
             continue;
         }
         const auto &[key, value] = level.container.entries()[level.next++];
-        const Dictionary member = value.asDictionary();
+        Dictionary member = value.asDictionary();
         if (!member)
             continue;
         if (member["type"].asString() != "action") {

@@ -32,7 +32,7 @@ Dictionary clientIn(const Dictionary &application, const String &appName, const 
         return nullptr;
     const std::string wanted = lowercase(appName.view());
     for (const auto &[key, value] : application) {
-        const Dictionary entry = value.asDictionary();
+        Dictionary entry = value.asDictionary();
         const bool isMatch = clientName ? entry[kMxKeyClientName].asString() == clientName
                                         : isSameName(entry[kMxKeyName], wanted) ||
                                               isSameName(entry[kMxKeyProcessName], wanted);

@@ -27,6 +27,7 @@ std::vector<std::string> sessionsOf(uid_t user, bool onlyActive) {
     char **texts = nullptr;
     const int count = sd_uid_get_sessions(user, onlyActive ? 1 : 0, &texts);
     std::vector<std::string> sessions;
+    sessions.reserve(count > 0 ? static_cast<size_t>(count) : 0);
     for (int i = 0; i < count; ++i)
         sessions.push_back(takeText(texts[i]));
     std::free(texts);

@@ -113,7 +113,7 @@ std::vector<std::string> placesOf(const std::optional<std::string> &session) {
     if (auto terminal = controllingTerminal())
         places.push_back(std::move(*terminal));
     // The screen of a local display, ":0.1", is not part of its name.
-    const char *variable = std::getenv("DISPLAY");
+    const char *variable = ::secure_getenv("DISPLAY");
     const std::string display = variable != nullptr ? variable : "";
     if (display.starts_with(':'))
         places.push_back(display.substr(0, display.find('.')));

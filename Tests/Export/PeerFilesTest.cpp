@@ -24,7 +24,7 @@ constexpr const char *commandsInXML = R"(<?xml version="1.0" encoding="UTF-8"?>
   <key>activesetid</key><string>Größe</string>
   <key>set</key><dict><key>label</key><string>Öffnen &amp; ビュー</string><key>type</key><string>actionset</string></dict>
 </dict>
-<key>extra</key><array><integer>-3</integer><real>0.1</real><true/><data>AAEC/w==</data><string>a&#13;b</string></array>
+<key>extra</key><array><integer>-3</integer><real>0.1</real><true/><data>AAEC/w==</data><string>a&#9;b</string></array>
 </dict></plist>
 )";
 
@@ -32,7 +32,7 @@ constexpr const char *commandsInXML = R"(<?xml version="1.0" encoding="UTF-8"?>
 constexpr const char *merged =
     R"({"Commands": {"activesetid": "Gr\u00f6\u00dfe", "new": {"type": "actionset"}, )"
     R"("set": {"label": "\u00d6ffnen & \u30d3\u30e5\u30fc", "type": "actionset"}}, )"
-    R"("extra": [-3, 0.1, true, "data:000102ff", "a\rb"]})";
+    R"("extra": [-3, 0.1, true, "data:000102ff", "a\tb"]})";
 
 class PeerFiles : public ::testing::Test {
   protected:

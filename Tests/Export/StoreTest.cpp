@@ -359,7 +359,7 @@ TEST_F(Store, LinkInPlaceOfAnExportFolderIsNeverFilled) {
 
 const ChildProgram homeless("homeless", [] {
     test::mountEmpty("/run");
-    std::ofstream("/run/passwd") << "somebody:x:4242:0::/home/somebody:/bin/sh\n";
+    std::ofstream("/run/passwd") << "root:x:0:0:root:nowhere:/bin/sh\n";
     if (::mount("/run/passwd", "/etc/passwd", nullptr, MS_BIND, nullptr) != 0)
         ChildProgram::skip("cannot mount over /etc/passwd");
     test::PlistStore store;
