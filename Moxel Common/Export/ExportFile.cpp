@@ -2,6 +2,7 @@
 
 #include "Export/PropertyListBytes.h"
 #include "Platform/Folders.h"
+#include <Moxel/MoxelKeys.h>
 
 #include <string_view>
 
@@ -18,12 +19,19 @@ std::optional<ConfinedPath> below(const std::string &base, const std::string &pa
     return ConfinedPath{base, path.substr(base.size() + 1)};
 }
 
-Result<ConfinedPath> confined(const std::string &path) {
+// The store keeps to the folder that it published, whatever becomes of the environment afterwards.
+std::optional<ConfinedPath> find(const std::string &path) {
+    const char *published = kExportedCommandsBaseDirPath.load();
+    if (auto place = published != nullptr ? below(published, path) : std::nullopt)
+        return place;
     const auto base = exportBaseFolder();
-    const auto place = base ? below(*base, path) : std::nullopt;
-    if (!place)
-        return Error{path + " does not lie in the export base folder"};
-    return *place;
+    return base ? below(*base, path) : std::nullopt;
+}
+
+Result<ConfinedPath> confined(const std::string &path) {
+    if (auto place = find(path))
+        return *place;
+    return Error{path + " does not lie in the export base folder"};
 }
 
 } // namespace
@@ -35,6 +43,8 @@ std::optional<std::string> exportBaseFolder() {
     return folder;
 }
 
+bool liesInExportFolder(const std::string &path) { return find(path).has_value(); }
+
 Result<void> makeExportFolder(const std::string &path) {
     const auto place = confined(path);
     return place ? makeFolders(*place) : place.error();
@@ -43,6 +53,11 @@ Result<void> makeExportFolder(const std::string &path) {
 Result<void> writeExportFile(const std::string &path, std::span<const uint8_t> bytes) {
     const auto place = confined(path);
     return place ? replaceFile(*place, bytes) : place.error();
+}
+
+Result<void> createEmptyExportFile(const std::string &path) {
+    const auto place = confined(path);
+    return place ? createEmptyFile(*place) : place.error();
 }
 
 Result<std::vector<uint8_t>> readExportFile(const std::string &path) {

@@ -20,12 +20,18 @@ namespace moxel {
 /// USER LIBRARY/Preferences/Moxel/Applications; absent when the user has no library folder.
 [[nodiscard]] std::optional<std::string> exportBaseFolder();
 
+/// Whether the path is that of the base folder or of something in it.
+[[nodiscard]] bool liesInExportFolder(const std::string &path);
+
 /// Makes a folder, the base folder itself or one in it, and those that lead to it, each with mode 0700.
 [[nodiscard]] Result<void> makeExportFolder(const std::string &path);
 
 /// Puts a new file of mode 0600 in the place of what stands at the path, a symbolic link too. A crash at any
 /// moment leaves the old file or the new one whole. The folder must exist.
 [[nodiscard]] Result<void> writeExportFile(const std::string &path, std::span<const uint8_t> bytes);
+
+/// Makes an empty file unless something stands there already, which stays as it is. The folder must exist.
+[[nodiscard]] Result<void> createEmptyExportFile(const std::string &path);
 
 /// The error's code is ENOENT when there is no such file.
 [[nodiscard]] Result<std::vector<uint8_t>> readExportFile(const std::string &path);

@@ -7,6 +7,7 @@
 #define MOXEL_MOXELCLIENT_H
 
 #include "MoxelBase.h"
+#include "MoxelKeys.h"
 
 #include <stdbool.h>
 #include <stddef.h>
