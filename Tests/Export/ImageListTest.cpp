@@ -14,6 +14,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace moxel {
@@ -234,6 +235,22 @@ TEST_F(ImageList, FileThatCannotBeWrittenIsNamedAllTheSame) {
                                 "writing image data " +
                                 path + ". Error: "),
               1U);
+}
+
+TEST_F(ImageList, FoldersOfCallsAtTheSameTimeAreNotMixedUp) {
+    const auto convertOften = [this](const std::string &folder) {
+        fs::create_directories(folder + "/imagedata");
+        const std::vector<MoxelImage_s> images = {dataImage("a", "x")};
+        for (int i = 0; i < 50; ++i) {
+            const MutableDictionary target = MutableDictionary::withCapacity(0);
+            ASSERT_TRUE(converter_->genImagesDict(target, images.data(), 1, folder));
+            ASSERT_EQ(target["Images"].asDictionary()["a"].asDictionary()["path"],
+                      Value(folder + "/imagedata/a.imgdata"));
+        }
+    };
+    std::thread other(convertOften, folders_.base("org.example.Other"));
+    convertOften(exportFolder());
+    other.join();
 }
 
 TEST_F(ImageList, NothingIsWrittenOutsideTheExportBaseFolder) {
