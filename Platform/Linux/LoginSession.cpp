@@ -5,6 +5,9 @@
 
 #include <cstdlib>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <systemd/sd-login.h>
 #include <unistd.h>
@@ -19,17 +22,22 @@ std::string takeText(char *text) {
     return owner.get();
 }
 
-std::optional<std::string> activeSessionOf(uid_t user) {
-    char **sessions = nullptr;
-    const int count = sd_uid_get_sessions(user, 1, &sessions);
-    std::optional<std::string> first;
-    for (int i = 0; i < count; ++i) {
-        std::string session = takeText(sessions[i]);
-        if (!first)
-            first = std::move(session);
-    }
-    std::free(sessions);
-    return first;
+// Those that are active, or all.
+std::vector<std::string> sessionsOf(uid_t user, bool onlyActive) {
+    char **texts = nullptr;
+    const int count = sd_uid_get_sessions(user, onlyActive ? 1 : 0, &texts);
+    std::vector<std::string> sessions;
+    for (int i = 0; i < count; ++i)
+        sessions.push_back(takeText(texts[i]));
+    std::free(texts);
+    return sessions;
+}
+
+std::optional<std::string> displaySessionOf(uid_t user) {
+    char *session = nullptr;
+    if (sd_uid_get_display(user, &session) < 0)
+        return std::nullopt;
+    return takeText(session);
 }
 
 std::optional<std::string> findSession() {
@@ -37,9 +45,10 @@ std::optional<std::string> findSession() {
     if (sd_pid_get_session(0, &session) >= 0)
         return takeText(session);
     const uid_t user = ::getuid();
-    if (sd_uid_get_display(user, &session) >= 0)
-        return takeText(session);
-    return activeSessionOf(user);
+    if (auto display = displaySessionOf(user))
+        return display;
+    auto active = sessionsOf(user, true);
+    return active.empty() ? std::nullopt : std::optional(std::move(active.front()));
 }
 
 bool hasSeat(const std::string &session) {
@@ -72,6 +81,19 @@ std::optional<SessionDescription> readLoginSession() {
     description.onConsole = active > 0 && hasSeat(*session);
     description.userName = userNameOf(*session);
     return description;
+}
+
+std::optional<std::string> findSeatSession() {
+    const uid_t user = ::getuid();
+    if (auto session = findSession(); session && hasSeat(*session))
+        return session;
+    if (auto session = displaySessionOf(user); session && hasSeat(*session))
+        return session;
+    for (const bool onlyActive : {true, false})
+        for (auto &session : sessionsOf(user, onlyActive))
+            if (hasSeat(session))
+                return std::move(session);
+    return std::nullopt;
 }
 
 } // namespace moxel

@@ -7,6 +7,7 @@
 #define MOXEL_MOXELCLIENT_H
 
 #include "MoxelBase.h"
+#include "MoxelKeys.h"
 
 #include <stdbool.h>
 #include <stddef.h>
@@ -95,20 +96,26 @@ typedef struct MoxelSettingsChange {
 } MoxelSettingsChange;
 #pragma pack(pop)
 
+/// Types of the nodes of an action tree; every other type is an action too.
+enum { kMoxelNodeActionSet = 0, kMoxelNodeActionCategory = 1, kMoxelNodeAction = 2 };
+
 /// One node of an application's action tree. The application owns nodes and strings; the library reads them
 /// during the call only.
 typedef struct MoxelCommandSyncNode_s {
     uint32_t tag;                            ///< The application's own.
-    int32_t type;                            ///< 0 action set, 1 action category, anything else an action.
+    int32_t type;                            ///< kMoxelNodeActionSet and so on.
     struct MoxelCommandSyncNode_s *next;     ///< Next sibling or null.
     struct MoxelCommandSyncNode_s *children; ///< First child or null; read for types 0 and 1.
-    const char *id;                          ///< Identifier, UTF-8; key of the node among its siblings.
+    const char *id;                          ///< Identifier, UTF-8, not null; key among the siblings.
     const char *label;                       ///< Text shown to the user, UTF-8, or null.
     const char *description;                 ///< Longer text, UTF-8, or null.
 } MoxelCommandSyncNode_s;
 
+/// Types of images; a record of another type gives an empty entry.
+enum { kMoxelImageFile = 1, kMoxelImageData = 3, kMoxelImageGlyph = 4 };
+
 typedef struct MoxelImageFile_s {
-    const char *path; ///< The image file's path, UTF-8.
+    const char *path; ///< The image file's path, UTF-8; not null.
     uint32_t index;   ///< Which image of the file.
 } MoxelImageFile_s;
 
@@ -129,8 +136,8 @@ typedef struct MoxelImageGlyph_s {
 /// One image of an application.
 typedef struct MoxelImage_s {
     uint32_t tag;   ///< The application's own.
-    int32_t type;   ///< 1 file, 3 data, 4 glyph.
-    const char *id; ///< Identifier of the command that the image belongs to, UTF-8.
+    int32_t type;   ///< kMoxelImageFile and so on.
+    const char *id; ///< Identifier of the command that the image belongs to, UTF-8, not null.
     union {
         MoxelImageFile_s file;
         MoxelImageData_s image;

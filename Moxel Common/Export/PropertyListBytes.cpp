@@ -1,0 +1,59 @@
+#include "Export/PropertyListBytes.h"
+
+#include "Values/ContainerCursor.h"
+#include "Values/DeepCopy.h"
+#include "Values/PropertyList.h"
+
+#include <cmath>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+namespace moxel {
+
+namespace {
+
+// A fraction of a second is what XML cuts off.
+bool isFractionalDate(const Value &value) {
+    const double seconds = value.asDate().secondsSince2001;
+    return value.kind() == Kind::date && seconds != std::floor(seconds);
+}
+
+bool holdsFractionalDate(const Value &root) {
+    std::vector<Value> waiting{root};
+    std::unordered_set<const detail::Node *> met;
+    while (!waiting.empty()) {
+        const Value value = std::move(waiting.back());
+        waiting.pop_back();
+        if (isFractionalDate(value))
+            return true;
+        if ((value.kind() != Kind::dictionary && value.kind() != Kind::array) ||
+            !met.insert(value.node()).second)
+            continue;
+        const detail::ContainerCursor container(value);
+        for (size_t i = 0; i < container.size(); ++i)
+            if (const Kind kind = container.value(i).kind();
+                kind == Kind::dictionary || kind == Kind::array || kind == Kind::date)
+                waiting.push_back(container.value(i));
+    }
+    return false;
+}
+
+} // namespace
+
+Result<Value> readMutablePropertyList(std::span<const uint8_t> bytes) {
+    auto list = readPropertyList(bytes);
+    if (!list)
+        return list.error();
+    return deepMutableCopy(list->root);
+}
+
+Result<Data> losslessPropertyList(const Value &root) {
+    if (!holdsFractionalDate(root)) {
+        if (const auto xml = writeXMLPropertyList(root))
+            return Data(std::vector<uint8_t>(xml->begin(), xml->end()));
+    }
+    return writeBinaryPropertyList(root);
+}
+
+} // namespace moxel

@@ -1,0 +1,20 @@
+// Property lists that are read to be changed and written without loss.
+#pragma once
+
+#include "Platform/Result.h"
+#include "Values/Value.h"
+
+#include <cstdint>
+#include <span>
+
+namespace moxel {
+
+/// A property list of any form. Every container is mutable and, unlike in the bytes perhaps, stands in one
+/// place only, so that a change shows there only. An error too when the containers would thereby multiply
+/// beyond all measure.
+[[nodiscard]] Result<Value> readMutablePropertyList(std::span<const uint8_t> bytes);
+
+/// The XML form; the binary form of what XML cannot express to the last bit.
+[[nodiscard]] Result<Data> losslessPropertyList(const Value &root);
+
+} // namespace moxel

@@ -1,0 +1,173 @@
+// Confined files: each name is opened relative to the folder before it, and links are refused.
+#include "Platform/ConfinedFiles.h"
+
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/TemporaryFile.h"
+
+#include <cerrno>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace moxel {
+
+namespace {
+
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr size_t largestFile = size_t{1} << 30;
+
+using Names = std::vector<std::string>;
+
+// Absent when one of them is no name.
+std::optional<Names> namesOf(std::string_view relative) {
+    Names names;
+    for (;;) {
+        const std::string_view name = relative.substr(0, relative.find('/'));
+        if (!isFileName(name))
+            return std::nullopt;
+        names.emplace_back(name);
+        if (name.size() == relative.size())
+            return names;
+        relative.remove_prefix(name.size() + 1);
+    }
+}
+
+Error noPath(const ConfinedPath &path) {
+    return {path.relative + " does not name a file below " + path.base, EINVAL};
+}
+
+bool isFolder(const std::string &path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+Result<void> makeAllOf(const std::string &path) {
+    for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+        const std::string folder = path.substr(0, end);
+        if (!isFolder(folder) && ::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST)
+            return systemError("Cannot make " + folder, errno);
+        if (end == std::string::npos)
+            return {};
+    }
+}
+
+// Opens the base; makes it and what leads to it when asked to.
+Result<Descriptor> openBase(const std::string &base, bool make) {
+    if (!base.starts_with('/') || base.find('\0') != std::string::npos)
+        return Error{base + " is not an absolute path", EINVAL};
+    if (make) {
+        if (auto made = makeAllOf(base); !made)
+            return made.error();
+    }
+    Descriptor folder(::open(base.c_str(), folderFlags));
+    if (!folder)
+        return systemError("Cannot open " + base, errno);
+    return folder;
+}
+
+// Opens the folder that `count` names lead to; makes those that are missing when asked to.
+Result<Descriptor> openFolder(const std::string &base, const Names &names, size_t count, bool make) {
+    auto folder = openBase(base, make);
+    std::string path = base;
+    for (size_t i = 0; folder && i < count; ++i) {
+        const char *name = names[i].c_str();
+        path += '/' + names[i];
+        if (make && ::mkdirat(folder->get(), name, S_IRWXU) == 0 && ::fsync(folder->get()) != 0)
+            return systemError("Cannot write " + path + " to the disk", errno);
+        Descriptor next(::openat(folder->get(), name, folderFlags | O_NOFOLLOW));
+        if (!next)
+            return systemError("Cannot open the folder " + path, errno);
+        folder = std::move(next);
+    }
+    return folder;
+}
+
+// The folder that holds a file, and the file's name in it.
+struct Place {
+    Descriptor folder;
+    std::string name;
+};
+
+Result<Place> placeOf(const ConfinedPath &file) {
+    auto names = namesOf(file.relative);
+    if (!names)
+        return noPath(file);
+    auto folder = openFolder(file.base, *names, names->size() - 1, false);
+    if (!folder)
+        return folder.error();
+    return Place{std::move(*folder), std::move(names->back())};
+}
+
+Result<std::vector<uint8_t>> readDescriptor(int file, const std::string &name) {
+    struct stat status {};
+    if (::fstat(file, &status) != 0)
+        return systemError("Cannot read " + name, errno);
+    if (!S_ISREG(status.st_mode))
+        return Error{name + " is not a regular file", EINVAL};
+    const auto size = static_cast<size_t>(status.st_size);
+    if (size > largestFile)
+        return Error{name + " is larger than 1 GiB", EFBIG};
+    std::vector<uint8_t> bytes(size);
+    for (size_t count = 0; count < size;) {
+        const ssize_t got = ::read(file, bytes.data() + count, size - count);
+        if (got > 0)
+            count += static_cast<size_t>(got);
+        else if (got == 0)
+            return Error{name + " changed while it was read", EBUSY};
+        else if (errno != EINTR)
+            return systemError("Cannot read " + name, errno);
+    }
+    return bytes;
+}
+
+} // namespace
+
+Result<void> makeFolders(const ConfinedPath &folder) {
+    if (folder.relative.empty()) {
+        auto base = openBase(folder.base, true);
+        return base ? Result<void>() : base.error();
+    }
+    const auto names = namesOf(folder.relative);
+    if (!names)
+        return noPath(folder);
+    auto opened = openFolder(folder.base, *names, names->size(), true);
+    return opened ? Result<void>() : opened.error();
+}
+
+Result<void> replaceFile(const ConfinedPath &file, std::span<const uint8_t> bytes) {
+    const auto place = placeOf(file);
+    if (!place)
+        return place.error();
+    auto temporary = TemporaryFile::create(place->folder.get());
+    if (!temporary)
+        return temporary.error();
+    if (auto written = temporary->write(bytes); !written)
+        return written;
+    return temporary->renameTo(place->name);
+}
+
+Result<void> createEmptyFile(const ConfinedPath &file) {
+    const auto place = placeOf(file);
+    if (!place)
+        return place.error();
+    constexpr mode_t newFileMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    const Descriptor created(::openat(place->folder.get(), place->name.c_str(),
+                                      O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, newFileMode));
+    if (!created && errno != EEXIST)
+        return systemError("Cannot make " + place->name, errno);
+    return {};
+}
+
+Result<std::vector<uint8_t>> readFile(const ConfinedPath &file) {
+    const auto place = placeOf(file);
+    if (!place)
+        return place.error();
+    const Descriptor opened(::openat(place->folder.get(), place->name.c_str(),
+                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!opened)
+        return systemError("Cannot open " + place->name, errno);
+    return readDescriptor(opened.get(), place->name);
+}
+
+} // namespace moxel
