@@ -1,6 +1,7 @@
 # Build options, warnings and sanitizers; every target links moxel_options.
 option(MOXEL_BUILD_TESTS "Build the test suite" ON)
 option(MOXEL_BUILD_EXAMPLES "Build the example programs" ON)
+option(MOXEL_BUILD_BENCHMARKS "Build the benchmarks; they need Google Benchmark" OFF)
 option(MOXEL_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)
 set(MOXEL_SANITIZE "" CACHE STRING "Sanitizers to build with: address, thread or empty")
 set(MOXEL_PLATFORM "${CMAKE_SYSTEM_NAME}" CACHE STRING "Folder of Platform/ that provides the services")

@@ -43,8 +43,9 @@ MoxelImage_s dataImage(const char *id, std::string_view bytes, uint32_t index = 
 }
 
 std::string readFile(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::string bytes(fs::exists(path) ? fs::file_size(path) : 0, '\0');
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 class ImageList : public ::testing::Test {
