@@ -174,6 +174,20 @@ Daemon::waitForRequest(const std::function<bool(const ReceivedRequest &)> &fits,
     return found ? result : std::nullopt;
 }
 
+std::optional<ReceivedMessage>
+Daemon::waitForMessage(Timeout timeout, const std::function<bool(const ReceivedMessage &)> &fits) const {
+    std::optional<ReceivedMessage> result;
+    const bool found = journal_.waitUntil(
+        [&](const Observation &observation) {
+            const auto message = std::find_if(observation.messages.begin(), observation.messages.end(), fits);
+            if (message != observation.messages.end())
+                result = *message;
+            return result.has_value();
+        },
+        timeout);
+    return found ? result : std::nullopt;
+}
+
 bool Daemon::waitUntilQueued(size_t bytes, Timeout timeout) const {
     return journal_.waitUntil(
         [bytes](const Observation &observation) { return observation.queuedBytes <= bytes; }, timeout);

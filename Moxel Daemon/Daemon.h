@@ -80,6 +80,10 @@ class Daemon {
     /// The first request that fits.
     [[nodiscard]] std::optional<ReceivedRequest>
     waitForRequest(const std::function<bool(const ReceivedRequest &)> &fits, Timeout timeout) const;
+    /// The first whole raw message that fits; by default the first one.
+    [[nodiscard]] std::optional<ReceivedMessage> waitForMessage(
+        Timeout timeout,
+        const std::function<bool(const ReceivedMessage &)> &fits = [](const auto &) { return true; }) const;
 
     // ---------------------------------------------------------------------------------------- Sending
 

@@ -31,6 +31,12 @@ void Journal::add(ReceivedRequest request) {
     });
 }
 
+void Journal::add(ReceivedMessage message) {
+    update([&](Observation &observation) {
+        keep(observation.messages, messageBytes_, std::move(message), entryLimit_, byteLimit_);
+    });
+}
+
 bool Journal::waitUntil(const Predicate &predicate, std::chrono::milliseconds timeout) const {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, timeout, [&] { return predicate(observation_); });

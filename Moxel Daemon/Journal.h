@@ -16,7 +16,7 @@ class Journal {
   public:
     using Predicate = std::function<bool(const Observation &)>;
 
-    /// `reportLimit` and `byteLimit` bound what is kept of reports and of requests, each.
+    /// `reportLimit` and `byteLimit` bound what is kept of reports, requests and messages, each.
     Journal(size_t reportLimit, size_t byteLimit) : entryLimit_(reportLimit), byteLimit_(byteLimit) {}
 
     /// Changes what can be seen and wakes those who wait.
@@ -28,6 +28,7 @@ class Journal {
     }
     void add(ReceivedReport report);
     void add(ReceivedRequest request);
+    void add(ReceivedMessage message);
 
     /// `look` is called with the observation locked.
     template <class Look>
@@ -48,6 +49,7 @@ class Journal {
     Observation observation_;
     size_t reportBytes_ = 0;
     size_t requestBytes_ = 0;
+    size_t messageBytes_ = 0;
 };
 
 } // namespace moxel::daemon

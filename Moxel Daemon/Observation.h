@@ -3,6 +3,7 @@
 
 #include "Moxel Daemon/Exports/ExportDesk.h"
 #include "Moxel Daemon/Protocol/ClientRequests.h"
+#include "Moxel Daemon/Protocol/MessageJoiner.h"
 #include "Platform/HIDDevice.h"
 
 #include <Moxel/MoxelClient.h>
@@ -57,7 +58,8 @@ struct Observation {
     uint64_t reportCount = 0;               ///< All there ever were.
     std::deque<ReceivedRequest> requests;   ///< The last ones, oldest first.
     uint64_t requestCount = 0;
-    size_t baseConnections = 0; ///< Connections to the base channel, open or not.
+    std::deque<ReceivedMessage> messages; ///< Of raw data, joined from their slices; the last ones.
+    size_t baseConnections = 0;           ///< Connections to the base channel, open or not.
     size_t baseOpenCount = 0;
     size_t queuedBytes = 0;   ///< What waits for the slowest client of all.
     uint64_t traceEvents = 0; ///< Trace events played.

@@ -36,7 +36,7 @@ struct Options {
     /// Whether messages of traces ask to be acknowledged.
     bool traceAsksAcknowledgement = true;
 
-    /// Received reports and requests that are kept to be looked at.
+    /// Received reports, requests and messages that are kept to be looked at.
     size_t logEntries = 65536;
     size_t logBytes = size_t{16} << 20;
 

@@ -1,6 +1,7 @@
 // Walks UTF-8 text of unknown origin character by character.
 #pragma once
 
+#include "Export.h"
 #include <cstdint>
 #include <string_view>
 
@@ -14,8 +15,8 @@ struct Utf8Character {
 };
 
 /// The character at the front of `text`, which is not empty.
-[[nodiscard]] Utf8Character firstUtf8Character(std::string_view text);
+[[nodiscard]] MOXEL_EXPORT Utf8Character firstUtf8Character(std::string_view text);
 
-[[nodiscard]] bool isUtf8(std::string_view text);
+[[nodiscard]] MOXEL_EXPORT bool isUtf8(std::string_view text);
 
 } // namespace moxel

@@ -1,6 +1,7 @@
 // Dates as property lists spell them, in the Gregorian calendar, always UTC.
 #pragma once
 
+#include "../Platform/Export.h"
 #include "Value.h"
 
 #include <optional>
@@ -17,6 +18,6 @@ namespace moxel::detail {
 
 /// The form of XML. Fractions of a second are cut off. Nothing for what is not finite and for dates beyond
 /// years of eight digits.
-[[nodiscard]] std::optional<std::string> xmlTextFromDate(Date date);
+[[nodiscard]] MOXEL_EXPORT std::optional<std::string> xmlTextFromDate(Date date);
 
 } // namespace moxel::detail

@@ -20,6 +20,9 @@ void logError(FormatString<std::type_identity_t<Arguments>...> text, const Argum
         logLine(LogLevel::error, format(text, arguments...));
 }
 
+/// The word for an outcome in log lines.
+inline const char *successOrFailure(bool success) { return success ? "Success!" : "Failure!"; }
+
 /// A function's address for "%p".
 template <class Result, class... Arguments>
 const void *address(Result (*function)(Arguments...)) {

@@ -30,6 +30,7 @@ inline constexpr size_t reportPayloadRoom = 3064;
 inline constexpr size_t reportPayloadLimit = 3063;
 inline constexpr size_t inputReportSize = 64;
 inline constexpr size_t requestSizeLimit = 2048;
+inline constexpr size_t messageSliceSize = 2042;
 inline constexpr size_t commandSyncBlockSize = 506;
 
 /// Tags in front of every output report.

@@ -22,8 +22,6 @@ constexpr std::chrono::milliseconds dedicatedChannelLimit{2500};
 constexpr std::chrono::milliseconds registrationAnswerLimit{2000};
 constexpr uint32_t defaultSwitches = 0x80000000;
 
-const char *successOrFailure(bool success) { return success ? "Success!" : "Failure!"; }
-
 Value describe(const HIDDeviceReference &device) { return device ? Value(device->description()) : Value(); }
 
 /// The application's name as the driver sees it: the given name, else the executable's.

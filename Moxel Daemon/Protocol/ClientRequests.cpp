@@ -22,9 +22,6 @@ std::optional<Integer> number(const Dictionary &members, std::string_view key) {
     return value ? value->number<Integer>() : std::nullopt;
 }
 
-bool hasNumber(const Dictionary &request, std::string_view key) {
-    return number<int64_t>(request, key).has_value();
-}
 
 struct KnownRequest {
     std::string_view name;
@@ -39,9 +36,7 @@ constexpr std::array knownRequests{
     KnownRequest{"setclientmasks",
                  [](const Dictionary &request) { return maskRequest(request).has_value(); }},
     KnownRequest{"moxclientctrl",
-                 [](const Dictionary &request) {
-                     return hasNumber(request, "message") && hasNumber(request, "ctrlparm");
-                 }},
+                 [](const Dictionary &request) { return controlRequest(request).has_value(); }},
     KnownRequest{"moxclientwrite", isExport},
     KnownRequest{"moxclientactset", isExport},
 };
@@ -115,6 +110,14 @@ std::optional<ExportRequest> exportRequest(const Dictionary &request) {
     if (known == knownExports.end() || !argument)
         return std::nullopt;
     return ExportRequest{known->kind, std::move(*argument)};
+}
+
+std::optional<ControlRequest> controlRequest(const Dictionary &request) {
+    const std::optional<uint32_t> code = number<uint32_t>(request, "message");
+    const std::optional<uint32_t> parameter = number<uint32_t>(request, "ctrlparm");
+    if (!code || !parameter)
+        return std::nullopt;
+    return ControlRequest{*code, static_cast<int32_t>(*parameter)};
 }
 
 ReceivedRequest readRequest(std::span<const uint8_t> block) {

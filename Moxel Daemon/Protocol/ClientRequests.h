@@ -45,9 +45,17 @@ struct MaskRequest {
     std::optional<uint32_t> buttonMask;
 };
 
+struct ControlRequest {
+    uint32_t code = 0; ///< Four characters, the first one in the most significant byte.
+    int32_t parameter = 0;
+
+    bool operator==(const ControlRequest &) const = default;
+};
+
 /// Absent when a member is missing or of another type.
 [[nodiscard]] std::optional<RegistrationRequest> registrationRequest(const Dictionary &request);
 [[nodiscard]] std::optional<MaskRequest> maskRequest(const Dictionary &request);
+[[nodiscard]] std::optional<ControlRequest> controlRequest(const Dictionary &request);
 
 /// An application has written a file, or wants another set of actions.
 struct ExportRequest {
@@ -74,6 +82,7 @@ struct ReceivedRequest {
     std::string problem;       ///< What is wrong with a request of that name; empty when it is well formed.
     bool acknowledged = false; ///< Whether an acknowledgement was due.
     bool continues = false;    ///< Raw data that goes on with the block before it.
+    bool mayGoOn = false;      ///< Raw data that the next block may go on with.
 };
 
 /// Reads a block: a request that the daemon knows, else raw data.

@@ -20,7 +20,16 @@ constexpr uint8_t packetAcknowledgementCode = 0x32;
 
 std::string summaryOf(const ReceivedRequest &request) {
     const std::string size = std::to_string(request.bytes.size()) + " bytes";
-    return request.name.empty() ? size + " of raw data" : "request \"" + request.name + "\" of " + size;
+    if (request.name.empty())
+        return size + " of raw data";
+    std::string summary = "request \"" + request.name + "\" of " + size;
+    if (const std::optional<ControlRequest> control = controlRequest(request.dictionary)) {
+        std::array<char, 64> text{};
+        std::snprintf(text.data(), text.size(), ", code 0x%08" PRIX32 ", parameter %" PRId32, control->code,
+                      control->parameter);
+        summary += text.data();
+    }
+    return summary;
 }
 
 /// What faults make of an archive: its magic is gone.
@@ -40,12 +49,16 @@ DedicatedChannel::DedicatedChannel(ChannelServices &services, Delegate &delegate
       delegate_(delegate),
       runLoop_(runLoop),
       inbox_(options.fullBlock, options.sliceTimeout),
+      joiner_(runLoop, options.sliceTimeout,
+              [this](ReceivedMessage message) { this->services().journal.add(std::move(message)); }),
       outbox_(runLoop, options.packetTimeout,
               [this](uint16_t size, bool wantsAnswer) { sendInput(dataWaitingReport(size, wantsAnswer)); }) {
     description_.channelID = channelID;
     description_.channelName = nameForID(channelID);
     description_.processID = processID;
 }
+
+DedicatedChannel::~DedicatedChannel() { joiner_.finish(); }
 
 // ------------------------------------------------------------------------------------------ Sending
 
@@ -160,6 +173,7 @@ void DedicatedChannel::handleRequest(const wire::MxControlPacket &packet) {
     serve(*request);
     if (request->acknowledged)
         acknowledge();
+    joiner_.take(*request);
     services().journal.add(std::move(*request));
 }
 

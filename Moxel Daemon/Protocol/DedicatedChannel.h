@@ -7,6 +7,7 @@
 #include "Moxel Daemon/Protocol/DataChannel.h"
 #include "Moxel Daemon/Protocol/DataOutbox.h"
 #include "Moxel Daemon/Protocol/EventFilter.h"
+#include "Moxel Daemon/Protocol/MessageJoiner.h"
 #include "Moxel Daemon/Protocol/RequestInbox.h"
 #include "Platform/RunLoop.h"
 
@@ -40,6 +41,7 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
 
     DedicatedChannel(ChannelServices &services, Delegate &delegate, const Options &options, RunLoop &runLoop,
                      uint64_t channelID, int32_t processID);
+    ~DedicatedChannel();
 
     uint64_t channelID() const override { return description_.channelID; }
     [[nodiscard]] const ClientDescription &description() const noexcept { return description_; }
@@ -84,6 +86,7 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
     EventFilter filter_;
     ButtonActions buttonActions_;
     RequestInbox inbox_;
+    MessageJoiner joiner_;
     DataOutbox outbox_;
 };
 

@@ -28,6 +28,7 @@ bool RequestInbox::wantsAcknowledgement(ReceivedRequest &request, Clock::time_po
     if (request.bytes.size() > fullBlockSize || fullBlock_ == FullBlock::isMessage)
         return false;
     messageGoesOnUntil_ = now + sliceTimeout_;
+    request.mayGoOn = true;
     return true;
 }
 

@@ -161,6 +161,10 @@ std::string BusFolder::reasonNotToUse(int folder, FileIdentity &identity) const 
     if (::fstat(folder, &status) != 0)
         return systemError("it cannot be examined", errno).message;
     identity = identityOf(status);
+    return reasonNotToTrust(status);
+}
+
+std::string BusFolder::reasonNotToTrust(const struct stat &status) {
     if (status.st_uid != 0 && status.st_uid != ::geteuid())
         return "it belongs to user " + std::to_string(status.st_uid) + ", neither root nor this user";
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)

@@ -11,6 +11,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <sys/stat.h>
 
 namespace moxel {
 
@@ -25,6 +26,8 @@ class BusFolder {
 
     /// Where this process finds its bus.
     [[nodiscard]] static std::string standardPath();
+    /// Why a folder is not to be used as a bus; empty when it is to be trusted.
+    [[nodiscard]] static std::string reasonNotToTrust(const struct stat &status);
 
     /// `path` is absolute.
     BusFolder(std::string path, RunLoop &runLoop, Found found, RescanLater rescanLater);

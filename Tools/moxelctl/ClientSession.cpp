@@ -1,9 +1,11 @@
 #include "ClientSession.h"
 
+#include "Complaint.h"
+#include "DriverDiagnosis.h"
+#include "DriverLog.h"
 #include "ExitCode.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <vector>
 
 namespace moxel::tool {
@@ -23,31 +25,35 @@ std::vector<uint8_t> pascalString(const std::string &text) {
 
 } // namespace
 
+Handlers noHandlers() {
+    return {[](uint32_t, uint32_t, void *, void *) {}, [](uint32_t, void *) {}, [](uint32_t, void *) {},
+            nullptr};
+}
+
 int ClientSession::begin(const Handlers &handlers, const std::string &name, uint32_t mask) {
+    const DriverLog log;
     const int16_t installed = _SetMoxelHandlers(handlers.message, handlers.added, handlers.removed,
                                                 handlers.context, handlers.threaded);
     isInstalled_ = true;
     if (installed != kMoxelResultOK) {
-        std::fputs(
-            "moxelctl: no driver answers.\n"
-            "Is moxeld running, as this user or as root, and on the same bus folder? The folder is\n"
-            "$MOXEL_HID_BUS, else $XDG_RUNTIME_DIR/moxel/hid, else /run/moxel/hid. MOXEL_LOG=stderr shows "
-            "each step.\n",
-            stderr);
+        explainMissingDriver();
         return noDriver;
     }
     std::vector<uint8_t> pascalName = pascalString(name);
     clientID_ = RegisterMoxelClient(signature, pascalName.data(), mode, mask);
     if (clientID_ == 0) {
-        std::fputs("moxelctl: the driver does not register this program. MOXEL_LOG=stderr shows each step.\n",
-                   stderr);
+        complain("the driver answers but does not register this program: " + log.lastError(),
+                 "Start the driver (moxeld) again; MOXEL_LOG=stderr shows each step.");
         return notRegistered;
     }
+    if (!MoxelCheckUserActive())
+        complain("this login session is not on the console: the driver's events do not reach it",
+                 "Change to this session.");
     return success;
 }
 
 ClientSession::~ClientSession() {
-    if (clientID_ != 0 || isInstalled_)
+    if (clientID_ != 0)
         UnregisterMoxelClient(clientID_);
     if (isInstalled_)
         CleanupMoxelHandlers();

@@ -16,6 +16,9 @@ struct Handlers {
     bool threaded = false;
 };
 
+/// For a command that has no use for events.
+[[nodiscard]] Handlers noHandlers();
+
 /// Installs handlers and registers; takes both back when destroyed. Lives on one thread.
 class ClientSession {
   public:
@@ -25,7 +28,7 @@ class ClientSession {
     ClientSession &operator=(const ClientSession &) = delete;
 
     /// An exit code; anything but success has been explained on standard error.
-    [[nodiscard]] int begin(const Handlers &handlers, const std::string &name, uint32_t mask);
+    [[nodiscard]] int begin(const Handlers &handlers, const std::string &name, uint32_t mask = 0);
     [[nodiscard]] uint16_t clientID() const noexcept { return clientID_; }
 
   private:

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <langinfo.h>
 
 namespace moxel::tool {
 
@@ -17,42 +19,33 @@ constexpr int halfWidth = 24;
 constexpr int fullDeflection = 350;
 constexpr const char *axisNames[] = {"x ", "y ", "z ", "rx", "ry", "rz"};
 
-/// A bar that grows from the middle: "[      |####    ]".
-std::string bar(int value) {
-    const int length = std::min(std::abs(value) * halfWidth / fullDeflection, halfWidth);
-    const std::string filled = [length] {
-        std::string cells;
-        for (int i = 0; i < length; ++i)
-            cells += "█";
-        return cells;
-    }();
-    const std::string left = value < 0 ? std::string(static_cast<size_t>(halfWidth - length), ' ') + filled
-                                       : std::string(halfWidth, ' ');
-    const std::string right = value > 0 ? filled + std::string(static_cast<size_t>(halfWidth - length), ' ')
-                                        : std::string(halfWidth, ' ');
-    return "[" + left + "|" + right + "]";
+/// Cursor off, and rows that are wider than the terminal are cut instead of wrapped, which would put the next
+/// picture in a wrong place.
+constexpr const char *enter = "\x1b[?25l\x1b[?7l";
+constexpr const char *leave = "\x1b[?7h\x1b[?25h";
+
+bool localeIsUtf8() {
+    const char *codeset = ::nl_langinfo(CODESET); // NOLINT(concurrency-mt-unsafe): the locale stays as it is
+    return std::strcmp(codeset, "UTF-8") == 0;
 }
 
-std::string lamps(uint32_t buttons) {
-    std::string text;
-    for (int button = 0; button < 32; ++button) {
-        if (button > 0 && button % 8 == 0)
-            text += ' ';
-        text += buttons >> button & 1 ? "●" : "○";
-    }
-    return text;
+std::string repeated(const char *text, int count) {
+    std::string result;
+    for (int i = 0; i < count; ++i)
+        result += text;
+    return result;
 }
 
 } // namespace
 
-Dashboard::Dashboard(std::string title) : title_(std::move(title)) {
-    std::fputs("\x1b[?25l", stdout);
+Dashboard::Dashboard(std::string title) : title_(std::move(title)), isUtf8_(localeIsUtf8()) {
+    std::fputs(enter, stdout);
     draw();
 }
 
 Dashboard::~Dashboard() {
     draw();
-    std::fputs("\x1b[?25h", stdout);
+    std::fputs(leave, stdout);
     std::fflush(stdout);
 }
 
@@ -83,11 +76,31 @@ int Dashboard::refresh() {
            1;
 }
 
+/// A bar that grows from the middle: "[      |####    ]".
+std::string Dashboard::bar(int value) const {
+    const int length = std::min(std::abs(value) * halfWidth / fullDeflection, halfWidth);
+    const std::string filled = repeated(isUtf8_ ? "█" : "#", length);
+    const std::string rest(static_cast<size_t>(halfWidth - length), ' ');
+    const std::string empty(static_cast<size_t>(halfWidth), ' ');
+    return "[" + (value < 0 ? rest + filled : empty) + "|" + (value > 0 ? filled + rest : empty) + "]";
+}
+
+std::string Dashboard::lamps() const {
+    std::string text;
+    for (int button = 0; button < 32; ++button) {
+        if (button > 0 && button % 8 == 0)
+            text += ' ';
+        const bool isDown = state_.buttons >> button & 1;
+        text += isUtf8_ ? (isDown ? "●" : "○") : (isDown ? "O" : ".");
+    }
+    return text;
+}
+
 std::string Dashboard::picture() const {
-    std::string text = format("%s   %llu events\n", title_, events_);
+    std::string text = format("%s   %llu event%s\n", title_, events_, events_ == 1 ? "" : "s");
     for (size_t axis = 0; axis < 6; ++axis)
         text += format("  %s %s %6d\n", axisNames[axis], bar(state_.axis[axis]), state_.axis[axis]);
-    text += "  buttons " + lamps(state_.buttons) + "\n";
+    text += "  buttons " + lamps() + "\n";
     for (size_t row = 0; row < latestRows; ++row)
         text += row < latest_.size() ? "  " + latest_[row] + "\n" : "\n";
     return text;

@@ -11,10 +11,11 @@
 
 namespace moxel::tool {
 
-/// Draws over its own last picture, at most thirty times a second.
+/// Draws over its own last picture, at most thirty times a second. Draws with ASCII characters where the
+/// locale's are not UTF-8.
 class Dashboard {
   public:
-    /// Hides the cursor until destroyed.
+    /// Hides the cursor and cuts long rows until destroyed.
     explicit Dashboard(std::string title);
     ~Dashboard();
     Dashboard(const Dashboard &) = delete;
@@ -31,7 +32,11 @@ class Dashboard {
   private:
     void draw();
 
+    [[nodiscard]] std::string bar(int value) const;
+    [[nodiscard]] std::string lamps() const;
+
     const std::string title_;
+    const bool isUtf8_;
     MoxelStateRecord state_{};
     std::deque<std::string> latest_; ///< Lines of events that are neither motion nor buttons.
     uint64_t events_ = 0;

@@ -1,5 +1,6 @@
 #include "Event.h"
 
+#include "ValueJson.h"
 #include "Values/Format.h"
 #include "Values/KeyedArchive.h"
 
@@ -11,6 +12,8 @@
 namespace moxel::tool {
 
 namespace {
+
+constexpr size_t syncBlockSize = 506;
 
 /// Commands of a state record, as the reference daemon uses them.
 enum Command : uint16_t {
@@ -34,22 +37,46 @@ Event::Kind kindOf(const MoxelStateRecord &record) {
     }
 }
 
-/// The dictionary behind the forwarded argument of a pairing message: its archive's length, then the archive.
-Value pairingContent(const void *argument) {
+/// The dictionary in the block of a pairing message: its archive's length, then the archive.
+Value pairingContent(const void *argument, HandlerThread thread) {
+    const auto *block = static_cast<const uint8_t *>(argument);
+    if (thread == HandlerThread::library)
+        block = MoxelDataGetBytePtr(static_cast<MoxelDataRef>(argument));
+    if (block == nullptr)
+        return {};
     uint64_t length;
-    std::memcpy(&length, argument, sizeof length);
-    const auto *archive = static_cast<const uint8_t *>(argument) + sizeof length;
-    Result<Value> content = unarchiveObjectWithData(std::span(archive, length));
+    std::memcpy(&length, block, sizeof length);
+    Result<Value> content = unarchiveObjectWithData(std::span(block + sizeof length, length));
     return content.ok() ? *std::move(content) : Value();
 }
 
-/// On one line.
-std::string compact(const Value &value) {
-    std::string text;
-    for (const char character : value.description()) {
-        const bool isSpace = character == '\n' || character == ' ';
-        if (!isSpace || (!text.empty() && text.back() != ' '))
-            text += isSpace ? ' ' : character;
+Value syncContent(const void *argument) {
+    if (argument == nullptr)
+        return {};
+    return Data(std::span(static_cast<const uint8_t *>(argument), syncBlockSize));
+}
+
+const char *settingsReason(const void *argument) {
+    switch (argument ? static_cast<const MoxelSettingsChange *>(argument)->reason : 0) {
+    case 1:
+        return "removed";
+    case 2:
+        return "changed";
+    default:
+        return "unknown";
+    }
+}
+
+/// What a content would say at too great a length is cut.
+std::string onOneLine(const Value &content) {
+    constexpr size_t longest = 2000;
+    std::string text = jsonText(content, JsonLayout::oneLine).valueOr("(too large)");
+    if (text.size() > longest) {
+        size_t end = longest;
+        while ((text[end] & 0xC0) == 0x80)
+            --end;
+        text.resize(end);
+        text += " ...";
     }
     return text;
 }
@@ -59,7 +86,7 @@ std::string stateText(const MoxelStateRecord &record) {
                   record.axis[3], record.axis[4], record.axis[5], record.buttons);
 }
 
-std::string content(const Event &event) {
+std::string contentText(const Event &event) {
     switch (event.kind) {
     case Event::Kind::motion:
     case Event::Kind::buttons:
@@ -74,9 +101,14 @@ std::string content(const Event &event) {
     case Event::Kind::added:
     case Event::Kind::removed:
         return format("device 0x%08X", event.productID);
-    case Event::Kind::pairing:
+    case Event::Kind::sync:
+        return format("%zu bytes", event.content.asData().size());
     case Event::Kind::settings:
-        return compact(event.content);
+        return event.content.asString().string();
+    case Event::Kind::pairing:
+        return onOneLine(event.content);
+    case Event::Kind::other:
+        return format("message 0x%08X", event.message);
     default:
         return "";
     }
@@ -84,7 +116,7 @@ std::string content(const Event &event) {
 
 } // namespace
 
-Event messageEvent(uint32_t productID, uint32_t message, const void *argument) {
+Event messageEvent(uint32_t productID, uint32_t message, const void *argument, HandlerThread thread) {
     Event event;
     event.productID = productID;
     event.message = message;
@@ -95,18 +127,20 @@ Event messageEvent(uint32_t productID, uint32_t message, const void *argument) {
         break;
     case kMoxelMsgPrefsChanged:
         event.kind = Event::Kind::preferences;
+        if (thread == HandlerThread::library)
+            event.number = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(argument));
         break;
     case kMoxelMsgCommandSync:
         event.kind = Event::Kind::sync;
+        event.content = syncContent(argument);
         break;
     case kMoxelMsgPairingInfo:
         event.kind = Event::Kind::pairing;
-        event.content = argument ? pairingContent(argument) : Value();
+        event.content = argument ? pairingContent(argument, thread) : Value();
         break;
     case kMoxelMsgSettingsFileChanged:
         event.kind = Event::Kind::settings;
-        event.content =
-            static_cast<const MoxelSettingsChange *>(argument)->reason == 1 ? "removed" : "changed";
+        event.content = settingsReason(argument);
         break;
     default:
         event.kind = Event::Kind::other;
@@ -131,7 +165,7 @@ std::string toText(const Event &event) {
     const auto milliseconds = std::llround(event.time.count() * 1000);
     std::string line =
         format("%4lld.%03lld  %-11s  ", milliseconds / 1000, milliseconds % 1000, kindName(event.kind));
-    line += content(event);
+    line += contentText(event);
     return line.substr(0, line.find_last_not_of(' ') + 1);
 }
 
@@ -143,25 +177,34 @@ std::string toJson(const Event &event) {
     case Event::Kind::application:
     case Event::Kind::state:
         object["product"] = event.productID;
+        object["client"] = event.record.client;
         object["command"] = event.record.command;
         object["param"] = event.record.param;
         object["value"] = event.record.value;
         object["axes"] = std::vector<int>(event.record.axis, event.record.axis + 6);
         object["buttons"] = uint32_t{event.record.buttons};
         object["pressed"] = event.record.appEventPressed;
+        object["deviceTime"] = uint64_t{event.record.time};
         break;
     case Event::Kind::added:
     case Event::Kind::removed:
         object["device"] = event.productID;
         break;
-    case Event::Kind::pairing:
-    case Event::Kind::settings:
-        object["content"] = compact(event.content);
+    case Event::Kind::other:
+        object["product"] = event.productID;
+        object["message"] = event.message;
         break;
     default:
         object["product"] = event.productID;
     }
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    std::string text = object.dump();
+    if (event.content) {
+        // Not by way of the JSON library, which would recurse as deep as the content is nested.
+        const Result<std::string> content = jsonText(event.content, JsonLayout::oneLine);
+        text.pop_back();
+        text += ",\"content\":" + (content.ok() ? *content : "null") + "}";
+    }
+    return text;
 }
 
 } // namespace moxel::tool

@@ -30,17 +30,22 @@ struct Event {
     uint32_t productID = 0;
     uint32_t message = 0;
     MoxelStateRecord record{}; ///< Of motion, buttons, application and state.
-    Value content;             ///< Of pairing: the driver's dictionary. Of settings: the reason.
+    uint32_t number = 0;       ///< Of preferences, from a threaded handler: the driver's number.
+    Value content; ///< Of pairing: the driver's dictionary. Of sync: the block. Of settings: the reason.
 };
 
-/// From the arguments of a message handler that is not threaded.
-[[nodiscard]] Event messageEvent(uint32_t productID, uint32_t message, const void *argument);
+/// Where a handler was called decides the form of some arguments.
+enum class HandlerThread { caller, library };
+
+/// From the arguments of a message handler. Any thread.
+[[nodiscard]] Event messageEvent(uint32_t productID, uint32_t message, const void *argument,
+                                 HandlerThread thread = HandlerThread::caller);
 [[nodiscard]] Event deviceEvent(Event::Kind kind, uint32_t deviceID);
 
 /// "motion", "buttons" and so on.
 [[nodiscard]] const char *kindName(Event::Kind kind);
 
-/// One line, without its end.
+/// One line, without its end. Text from devices is made fit for a terminal.
 [[nodiscard]] std::string toText(const Event &event);
 [[nodiscard]] std::string toJson(const Event &event);
 

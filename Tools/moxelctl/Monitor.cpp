@@ -1,20 +1,17 @@
 #include "Monitor.h"
 
-#include "ClientSession.h"
+#include "Complaint.h"
 #include "Dashboard.h"
 #include "Event.h"
+#include "EventLoop.h"
 #include "ExitCode.h"
-#include "StopSignal.h"
 #include "Values/Format.h"
-#include <Moxel/MoxelRunLoop.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <poll.h>
 #include <unistd.h>
 
 namespace moxel::tool {
@@ -22,6 +19,7 @@ namespace moxel::tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using End = EventLoop::End;
 
 /// Lives on the main thread, where the handlers are called too.
 class Monitor {
@@ -29,33 +27,48 @@ class Monitor {
     explicit Monitor(const MonitorOptions &options) : options_(options) {}
 
     int run() {
-        const Handlers handlers{
-            [](uint32_t productID, uint32_t message, void *argument, void *context) {
-                static_cast<Monitor *>(context)->take(messageEvent(productID, message, argument));
-            },
-            [](uint32_t deviceID, void *context) {
-                static_cast<Monitor *>(context)->take(deviceEvent(Event::Kind::added, deviceID));
-            },
-            [](uint32_t deviceID, void *context) {
-                static_cast<Monitor *>(context)->take(deviceEvent(Event::Kind::removed, deviceID));
-            },
-            this};
-        const StopSignal stopSignal;
+        EventLoop loop;
         ClientSession session;
-        if (const int code = session.begin(handlers, options_.name, options_.mask); code != success)
+        if (const int code = session.begin(handlers(), options_.name, options_.events); code != success)
             return code;
         began_ = Clock::now();
+        if (const int code = prepare(session); code != success)
+            return code;
         if (!options_.json && !options_.plain && ::isatty(STDOUT_FILENO))
             dashboard_ =
                 std::make_unique<Dashboard>(format("client %d \"%s\"", session.clientID(), options_.name));
-        dispatch(stopSignal.descriptor());
+        const End end = loop.run({.seconds = options_.seconds,
+                                  .isDone = [this] { return options_.count && total_ >= *options_.count; },
+                                  .refresh = [this] { return dashboard_ ? dashboard_->refresh() : -1; }});
         dashboard_.reset();
         printSummary();
-        return missing().empty() ? success : failure;
+        return exitCode(end);
     }
 
   private:
+    Handlers handlers() {
+        return {[](uint32_t productID, uint32_t message, void *argument, void *context) {
+                    static_cast<Monitor *>(context)->take(messageEvent(productID, message, argument));
+                },
+                [](uint32_t deviceID, void *context) {
+                    static_cast<Monitor *>(context)->take(deviceEvent(Event::Kind::added, deviceID));
+                },
+                [](uint32_t deviceID, void *context) {
+                    static_cast<Monitor *>(context)->take(deviceEvent(Event::Kind::removed, deviceID));
+                },
+                this};
+    }
+
+    [[nodiscard]] int prepare(const ClientSession &session) const {
+        if (options_.prepare)
+            return options_.prepare(session);
+        SetMoxelClientButtonMask(session.clientID(), options_.buttons);
+        return success;
+    }
+
     void take(Event event) {
+        if (options_.count && total_ >= *options_.count)
+            return; // Came together with the last one that was wanted.
         event.time = Clock::now() - began_;
         ++counts_[kindName(event.kind)];
         ++total_;
@@ -63,34 +76,6 @@ class Monitor {
             dashboard_->show(event);
         else
             std::printf("%s\n", (options_.json ? toJson(event) : toText(event)).c_str());
-    }
-
-    [[nodiscard]] bool isOver() const {
-        return (options_.count && total_ >= *options_.count) || millisecondsLeft() == 0;
-    }
-
-    /// -1 without a limit.
-    [[nodiscard]] int millisecondsLeft() const {
-        if (!options_.seconds)
-            return -1;
-        const double left = *options_.seconds - std::chrono::duration<double>(Clock::now() - began_).count();
-        return static_cast<int>(std::ceil(std::clamp(left * 1000, 0.0, 3600000.0)));
-    }
-
-    /// The soonest of the end and the dashboard's next picture.
-    [[nodiscard]] int pollTimeout() {
-        const int left = millisecondsLeft();
-        const int frame = dashboard_ ? dashboard_->refresh() : -1;
-        return left < 0 || frame < 0 ? std::max(left, frame) : std::min(left, frame);
-    }
-
-    void dispatch(int stopDescriptor) {
-        pollfd descriptors[] = {{MoxelRunLoopGetFD(), POLLIN, 0}, {stopDescriptor, POLLIN, 0}};
-        while (!isOver() && !(descriptors[1].revents & POLLIN)) {
-            std::fflush(stdout);
-            ::poll(descriptors, 2, pollTimeout());
-            MoxelRunLoopDispatch(0);
-        }
     }
 
     [[nodiscard]] std::vector<std::string> missing() const {
@@ -103,12 +88,23 @@ class Monitor {
     /// On standard error, so that it does not mix with events that are piped on.
     void printSummary() const {
         const double seconds = std::chrono::duration<double>(Clock::now() - began_).count();
-        std::string text = format("%llu events in %.1f s", total_, seconds);
+        std::string text =
+            format("%llu event%s in %.1f s", total_, total_ == 1 ? "" : "s", seconds);
         for (const auto &[kind, count] : counts_)
             text += format("%s %llu %s", &kind == &counts_.begin()->first ? ":" : ",", count, kind);
         std::fprintf(stderr, "%s\n", text.c_str());
-        for (const std::string &kind : missing())
-            std::fprintf(stderr, "moxelctl: no %s event came\n", kind.c_str());
+    }
+
+    [[nodiscard]] int exitCode(End end) const {
+        const std::vector<std::string> kinds = missing();
+        for (const std::string &kind : kinds)
+            complain("no " + kind + " event came");
+        if (!kinds.empty())
+            return failure;
+        if (end != End::driverLeft || options_.driverMayLeave || !options_.required.empty())
+            return success;
+        complain("the driver went away", "Start it (moxeld) and then this program again.");
+        return noDriver;
     }
 
     const MonitorOptions &options_;

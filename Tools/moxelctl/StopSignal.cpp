@@ -31,13 +31,13 @@ StopSignal::StopSignal() {
             ::fcntl(end, F_SETFD, FD_CLOEXEC);
         ::fcntl(ends[1], F_SETFL, O_NONBLOCK);
     }
-    handle(SIGINT, stop);
-    handle(SIGTERM, stop);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        handle(signal, stop);
 }
 
 StopSignal::~StopSignal() {
-    handle(SIGINT, SIG_DFL);
-    handle(SIGTERM, SIG_DFL);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        handle(signal, SIG_DFL);
     for (int &end : ends) {
         ::close(end);
         end = -1;

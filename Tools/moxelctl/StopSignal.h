@@ -3,7 +3,7 @@
 
 namespace moxel::tool {
 
-/// Catches SIGINT and SIGTERM while it exists. One at a time.
+/// Catches SIGINT, SIGTERM and SIGHUP while it exists. One at a time.
 class StopSignal {
   public:
     StopSignal();

@@ -1,44 +1,59 @@
 // moxelctl: what a person at a terminal wants from the driver.
+#include "Commands.h"
+#include "Complaint.h"
 #include "ExitCode.h"
-#include "Monitor.h"
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <clocale>
+#include <csignal>
+#include <exception>
 
-using namespace moxel::tool;
+namespace moxel::tool {
 
 namespace {
 
-void addMonitor(CLI::App &application, MonitorOptions &options) {
-    CLI::App &command = *application.add_subcommand("monitor", "Show events as they come");
-    command.add_option("--seconds", options.seconds, "End after so many seconds")
-        ->check(CLI::NonNegativeNumber);
-    command.add_option("--count", options.count, "End after so many events");
-    command.add_option("--name", options.name, "Application name to register under")->capture_default_str();
-    command.add_option("--mask", options.mask, "Events wanted, as a bit mask")->default_str("0xFFFFFFFF");
-    command.add_flag("--json", options.json, "Print one JSON object for each event");
-    command.add_flag("--plain", options.plain, "Print lines even on a terminal");
-    command
-        .add_option("--require", options.required, "Fail unless an event of this kind came (may be repeated)")
-        ->check(CLI::IsMember({"motion", "buttons", "application", "state", "added", "removed", "preferences",
-                               "sync", "pairing", "settings"}));
-    command.footer("Examples:\n"
-                   "  moxelctl monitor                       bars and lamps until Ctrl-C\n"
-                   "  moxelctl monitor --seconds 5 --plain   lines for five seconds\n"
-                   "  moxelctl monitor --json | jq .axes     for programs");
+constexpr const char *footer =
+    "\nmoxelctl COMMAND --help shows the options of a command, and examples.\n"
+    "\n"
+    "Exit codes:\n"
+    "  0  success\n"
+    "  1  the command did not get what it wanted\n"
+    "  2  wrong usage\n"
+    "  3  no driver answers, or it went away\n"
+    "  4  the driver does not register this program\n"
+    "  5  the driver does not answer a request\n"
+    "\n"
+    "Environment:\n"
+    "  MOXEL_HID_BUS  the folder of the bus (default: $XDG_RUNTIME_DIR/moxel/hid, else /run/moxel/hid)\n"
+    "  MOXEL_LOG      stderr shows every step of the library, off none (default: the system's log)";
+
+int runProgram(int argumentCount, char **arguments) {
+    CLI::App program("Looks at the driver for 3D motion controllers and talks to it.", "moxelctl");
+    program.require_subcommand(1);
+    program.footer(footer);
+    const std::vector<std::unique_ptr<Command>> commands = makeCommands();
+    for (const std::unique_ptr<Command> &command : commands)
+        command->addTo(program);
+    try {
+        program.parse(argumentCount, arguments);
+    } catch (const CLI::ParseError &error) {
+        return program.exit(error) == 0 ? success : usageError;
+    }
+    const auto chosen = std::ranges::find_if(commands, [](const auto &command) { return command->isChosen(); });
+    return (*chosen)->run();
 }
 
 } // namespace
 
-int main(int argc, char **argv) {
-    CLI::App application("Looks at the Moxel driver and talks to it.", "moxelctl");
-    application.require_subcommand(1);
-    application.footer("Exit codes: 0 success, 1 failure, 2 wrong usage, 3 no driver, 4 not registered.");
-    MonitorOptions monitorOptions;
-    addMonitor(application, monitorOptions);
+} // namespace moxel::tool
+
+int main(int argumentCount, char **arguments) {
+    std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe): there is no other thread yet
+    std::signal(SIGPIPE, SIG_IGN); // A reader that has had enough is no reason to leave without goodbye.
     try {
-        application.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return application.exit(error) == 0 ? success : usageError;
+        return moxel::tool::runProgram(argumentCount, arguments);
+    } catch (const std::exception &exception) {
+        moxel::tool::complain(exception.what());
+        return moxel::tool::failure;
     }
-    return monitor(monitorOptions);
 }

@@ -203,6 +203,48 @@ MOXEL_EXPORT uint16_t RegisterMoxelClient(uint32_t signature, uint8_t *name, uin
 /// Takes the registration back; 0 stands for the client of the calling thread.
 MOXEL_EXPORT void UnregisterMoxelClient(uint16_t clientID);
 
+// ---------------------------------------------------------------------------------------------- Control
+
+// The calls below may be made on any thread of the application's. They take their turn with each other and
+// with installation, registration and cleanup, so one that waits for the driver makes the others wait. A
+// handler that runs on the library's own thread (see SetMoxelHandlers) must not make them: the answer would
+// arrive on that very thread, and the call fails after 2.0 s.
+//
+// A client identifier of 0 stands for the client that the calling thread registered.
+
+/// Tells the driver which events the client wants, in place of the mask given at registration. Waits up to
+/// 2.0 s for the driver; nothing tells whether it took the mask.
+MOXEL_EXPORT void SetMoxelClientMask(uint16_t clientID, uint32_t mask);
+/// Tells the driver which buttons the client wants, one bit a button; otherwise like SetMoxelClientMask.
+MOXEL_EXPORT void SetMoxelClientButtonMask(uint16_t clientID, uint32_t buttonMask);
+
+/// MoxelClientControl for the calling thread's client, except that kMoxelCtlIgnored returns 0 at once, with
+/// or without a client.
+MOXEL_EXPORT int16_t MoxelControl(uint32_t message, int32_t param, int32_t *result);
+/// Sends a control code and its parameter to the driver and waits up to 2.0 s for its acknowledgement.
+///
+/// `message` is a four-character code, its first character in the most significant byte. Returns 0, or
+/// kMoxelResultFailed when there is no such client, the request could not be sent or was not acknowledged.
+/// `result` is written for kMoxelCtlGetDeviceID only, which the library answers itself, at once;
+/// kMoxelResultFailed when it is null then.
+MOXEL_EXPORT int16_t MoxelClientControl(uint16_t clientID, uint32_t message, int32_t param, int32_t *result);
+/// Sends bytes to the driver as they are; the message type is not used.
+///
+/// Up to 2,042 bytes are sent at once, without waiting for an acknowledgement. More are sent in slices of
+/// 2,042 bytes and a shorter last one, with up to 2.0 s for the acknowledgement of each; a slice that fails
+/// does not stop the others. Returns 0 when the last send succeeded and 1 when it failed, as it does for 0
+/// bytes; kMoxelResultFailed when there is no such client, or `data` is null and `length` is not 0.
+MOXEL_EXPORT int16_t MoxelClientSendMessage(uint16_t clientID, uint32_t messageType, const void *data,
+                                            size_t length);
+
+/// The preferences that the driver sent last to the calling thread's client.
+///
+/// Returns 0, or kMoxelResultFailed when that thread has no client, no preferences have come yet, they belong
+/// to another device than `deviceID`, or `preferences` is null; the record is written only with 0.
+MOXEL_EXPORT int16_t MoxelGetCurrentDevicePrefs(uint32_t deviceID, MoxelDevicePrefs *preferences);
+/// Does nothing and returns kMoxelResultFailed, whatever the arguments. Any thread; at once.
+MOXEL_EXPORT int16_t MoxelSetButtonLabels(uint32_t deviceID, const void *labels);
+
 // ---------------------------------------------------------------------------------------------- Session
 // queries
 

@@ -1,0 +1,19 @@
+#include "Commands.h"
+
+namespace moxel::tool {
+
+std::vector<std::unique_ptr<Command>> makeCommands() {
+    std::vector<std::unique_ptr<Command>> commands;
+    commands.push_back(makeListCommand());
+    commands.push_back(makeMonitorCommand());
+    commands.push_back(makeControlCommand());
+    commands.push_back(makeMaskCommand());
+    commands.push_back(makePrefsCommand());
+    commands.push_back(makeSendCommand());
+    commands.push_back(makeDumpCommand());
+    commands.push_back(makeRecordCommand());
+    commands.push_back(makeReplayCommand());
+    return commands;
+}
+
+} // namespace moxel::tool
