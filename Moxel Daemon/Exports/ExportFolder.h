@@ -2,13 +2,10 @@
 #pragma once
 
 #include "Moxel Daemon/Archive/Value.h"
-#include "Platform/Linux/Descriptor.h"
 #include "Platform/Result.h"
 
 #include <string>
-#include <string_view>
 #include <utility>
-#include <vector>
 
 namespace moxel::daemon {
 
@@ -18,12 +15,11 @@ namespace moxel::daemon {
 /// Lives on one thread.
 class ExportFolder {
   public:
-    /// "…/Preferences/Moxel/Applications" in the user's library folder; empty when the user has none.
-    static std::string defaultPath();
+    /// Preferences/Moxel/Applications in the user's library folder; empty when the user has none.
+    [[nodiscard]] static std::string defaultPath();
 
+    /// Absolute, without a slash at its end; empty for none.
     explicit ExportFolder(std::string path) : path_(std::move(path)) {}
-
-    [[nodiscard]] const std::string &path() const noexcept { return path_; }
 
     /// The property list in a file of an application.
     [[nodiscard]] Result<Value> read(const std::string &path) const;
@@ -32,13 +28,9 @@ class ExportFolder {
     [[nodiscard]] Result<Data> readOwn(const std::string &name) const;
     /// Replaces a file of the folder itself in one step; the folder must exist.
     [[nodiscard]] Result<void> replaceOwn(const std::string &name, const Data &content) const;
-    [[nodiscard]] Result<void> renameOwn(const std::string &name, const std::string &newName) const;
 
   private:
-    [[nodiscard]] Result<Descriptor> openFolder() const;
-    [[nodiscard]] Result<std::vector<std::string>> componentsBelow(const std::string &path) const;
-
-    std::string path_; ///< Absolute, without a slash at its end; empty when there is none.
+    std::string path_;
 };
 
 } // namespace moxel::daemon

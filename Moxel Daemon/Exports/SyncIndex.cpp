@@ -52,8 +52,8 @@ Result<Dictionary> SyncIndex::read() const {
         return *value->as<Dictionary>();
     logLine(LogLevel::error, std::string("Error: ") + fileName + " is put aside as " + damagedFileName +
                                  ": " + (value.ok() ? "it holds no dictionary" : value.error().message));
-    if (Result<void> renamed = folder_.renameOwn(fileName, damagedFileName); !renamed.ok())
-        return renamed.error();
+    if (Result<void> copied = folder_.replaceOwn(damagedFileName, *content); !copied.ok())
+        return copied.error();
     return Dictionary();
 }
 

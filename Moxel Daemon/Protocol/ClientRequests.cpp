@@ -22,7 +22,6 @@ std::optional<Integer> number(const Dictionary &members, std::string_view key) {
     return value ? value->number<Integer>() : std::nullopt;
 }
 
-
 struct KnownRequest {
     std::string_view name;
     bool (*isWellFormed)(const Dictionary &request);

@@ -55,27 +55,27 @@ TEST_F(DaemonExportFolder, PathsThatLeadElsewhereAreRefused) {
 }
 
 TEST_F(DaemonExportFolder, RefusalsAreFitForALog) {
-    EXPECT_THAT(errorFor("/tmp/\n\x1B[2J"), HasSubstr("/tmp/\\n\\x1B[2J is refused"));
+    EXPECT_THAT(errorFor("/tmp/\n\x1B[2J"), HasSubstr("/tmp/\\n\\x1b[2J is refused"));
 }
 
 TEST_F(DaemonExportFolder, SymbolicLinksAreNotFollowed) {
     std::filesystem::create_symlink(scratch.path("outside/file.plist"), scratch.path("base/app/link.plist"));
     std::filesystem::create_directory_symlink(scratch.path("outside"), scratch.path("base/linked"));
-    EXPECT_THAT(errorFor(scratch.path("base/app/link.plist")), HasSubstr("cannot open"));
-    EXPECT_THAT(errorFor(scratch.path("base/linked/file.plist")), HasSubstr("cannot open"));
+    EXPECT_THAT(errorFor(scratch.path("base/app/link.plist")), HasSubstr("Cannot open"));
+    EXPECT_THAT(errorFor(scratch.path("base/linked/file.plist")), HasSubstr("Cannot open"));
 }
 
 TEST_F(DaemonExportFolder, OnlyRegularFilesAreRead) {
     ASSERT_EQ(::mkfifo(scratch.path("base/app/pipe").c_str(), 0600), 0);
     std::filesystem::create_directory(scratch.path("base/app/folder"));
-    EXPECT_THAT(errorFor(scratch.path("base/app/pipe")), HasSubstr("is no regular file"));
-    EXPECT_THAT(errorFor(scratch.path("base/app/folder")), HasSubstr("is no regular file"));
-    EXPECT_THAT(errorFor(scratch.path("base/app/none")), HasSubstr("cannot open"));
+    EXPECT_THAT(errorFor(scratch.path("base/app/pipe")), HasSubstr("is not a regular file"));
+    EXPECT_THAT(errorFor(scratch.path("base/app/folder")), HasSubstr("is not a regular file"));
+    EXPECT_THAT(errorFor(scratch.path("base/app/none")), HasSubstr("Cannot open"));
 }
 
 TEST_F(DaemonExportFolder, LongFilesAreNotRead) {
     std::filesystem::resize_file(scratch.path("base/app/file.plist"), propertyListSizeLimit + 1);
-    EXPECT_THAT(errorFor(scratch.path("base/app/file.plist")), HasSubstr("is too long"));
+    EXPECT_THAT(errorFor(scratch.path("base/app/file.plist")), HasSubstr("is larger than 8388608 bytes"));
 }
 
 TEST_F(DaemonExportFolder, FilesThatAreNoPropertyListsAreNamed) {
@@ -112,12 +112,6 @@ TEST_F(DaemonExportFolder, OwnFilesAreNotReadThroughLinks) {
     ASSERT_TRUE(folder.replaceOwn("index", {4}).ok());
     EXPECT_FALSE(std::filesystem::is_symlink(scratch.path("base/index")));
     EXPECT_EQ(std::filesystem::file_size(scratch.path("outside/file.plist")), std::string(list).size());
-}
-
-TEST_F(DaemonExportFolder, LeftoversOfAnInterruptedReplacementDoNotMatter) {
-    scratch.write("base/.index." + std::to_string(::getpid()), "half");
-    ASSERT_TRUE(folder.replaceOwn("index", {4}).ok());
-    EXPECT_EQ(*folder.readOwn("index"), (Data{4}));
 }
 
 TEST_F(DaemonExportFolder, IsThatOfTheUsersLibraryByDefault) {
