@@ -54,11 +54,6 @@ bool makeLoggedFolder(const std::string &path) {
 
 } // namespace
 
-struct MxlPlistDictionaries::Singleton {
-    std::mutex mutex;
-    Shared store;
-};
-
 // Never destroyed: threads may ask until the process is gone.
 MxlPlistDictionaries::Singleton &MxlPlistDictionaries::singleton() {
     static auto &singleton = *new Singleton;

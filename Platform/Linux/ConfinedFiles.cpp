@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -65,6 +66,13 @@ Result<Descriptor> openBase(const std::string &base, bool make) {
     return folder;
 }
 
+// Returns when the new folder is on the disk; succeeds when something has that name already.
+Result<void> makeFolderIn(int folder, const char *name) {
+    if (::mkdirat(folder, name, S_IRWXU) == 0 ? ::fsync(folder) == 0 : errno == EEXIST)
+        return {};
+    return Error{std::generic_category().message(errno), errno};
+}
+
 // Opens the folder that `count` names lead to; makes those that are missing when asked to.
 Result<Descriptor> openFolder(const std::string &base, const Names &names, size_t count, bool make) {
     auto folder = openBase(base, make);
@@ -72,8 +80,11 @@ Result<Descriptor> openFolder(const std::string &base, const Names &names, size_
     for (size_t i = 0; folder && i < count; ++i) {
         const char *name = names[i].c_str();
         path += '/' + names[i];
-        if (make && ::mkdirat(folder->get(), name, S_IRWXU) == 0 && ::fsync(folder->get()) != 0)
-            return systemError("Cannot write " + path + " to the disk", errno);
+        if (make) {
+            if (auto made = makeFolderIn(folder->get(), name); !made)
+                return Error{"Cannot make the folder " + path + ": " + made.error().message,
+                             made.error().code};
+        }
         Descriptor next(::openat(folder->get(), name, folderFlags | O_NOFOLLOW));
         if (!next)
             return systemError("Cannot open the folder " + path, errno);

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace moxel {
@@ -164,7 +165,11 @@ class MOXEL_EXPORT MxlPlistDictionaries : public std::enable_shared_from_this<Mx
 
   private:
     friend struct MxlPlistDictionariesTestAccess;
-    struct Singleton;
+    /// The slot that holds the store.
+    struct Singleton {
+        std::mutex mutex;
+        Shared store;
+    };
 
     MxlPlistDictionaries() = default;
     [[nodiscard]] static Singleton &singleton();
