@@ -206,7 +206,8 @@ SurveyedBus surveyFolder(std::string path) {
     if (!folder || ::fstat(folder.get(), &status) != 0) {
         const int error = errno;
         bus.state = error == ENOENT ? SurveyedBus::State::missing : SurveyedBus::State::unreadable;
-        bus.problem = error == ENOENT ? "it does not exist" : systemError("it cannot be opened", error).message;
+        bus.problem =
+            error == ENOENT ? "it does not exist" : systemError("it cannot be opened", error).message;
         return bus;
     }
     bus.problem = BusFolder::reasonNotToTrust(status);

@@ -47,7 +47,8 @@ class ControlCommand final : public Command {
                 [this](const std::string &text) {
                     const std::optional<uint32_t> code = controlCodeFromText(text);
                     if (!code)
-                        throw CLI::ValidationError("CODE", "\"" + text + "\" is neither four characters nor a number");
+                        throw CLI::ValidationError("CODE", "\"" + text +
+                                                               "\" is neither four characters nor a number");
                     code_ = *code;
                 },
                 "Four characters, or a number: 0x6D766964")
@@ -65,19 +66,21 @@ class ControlCommand final : public Command {
                 "Parameter, 32 bits (default: 0); a negative one stands behind \"--\"")
             ->type_name("");
         command
-            .add_option("--wait", seconds_, "For mvid: wait up to so many seconds for the driver to name a device")
+            .add_option("--wait", seconds_,
+                        "For mvid: wait up to so many seconds for the driver to name a device")
             ->check(CLI::Range(0.0, 3600.0))
             ->type_name("N");
         command.add_flag("--json", json_, "Print one JSON object");
-        command.footer("\nThe library answers mvid itself (the current device: vendor and product identifier, or\n"
-                       "0x4D580001 while the driver has not named one) and ignores mveh. Every other code goes to\n"
-                       "the driver, which acknowledges it and returns nothing.\n"
-                       "\n"
-                       "Examples:\n"
-                       "  moxelctl control mvid\n"
-                       "  moxelctl control mvid --wait 2 --json\n"
-                       "  moxelctl control mvxx 0x10\n"
-                       "  moxelctl control mvxx -- -1");
+        command.footer(
+            "\nThe library answers mvid itself (the current device: vendor and product identifier, or\n"
+            "0x4D580001 while the driver has not named one) and ignores mveh. Every other code goes to\n"
+            "the driver, which acknowledges it and returns nothing.\n"
+            "\n"
+            "Examples:\n"
+            "  moxelctl control mvid\n"
+            "  moxelctl control mvid --wait 2 --json\n"
+            "  moxelctl control mvxx 0x10\n"
+            "  moxelctl control mvxx -- -1");
     }
 
     /// Nothing is delivered when the driver names a device, so it has to be looked for.

@@ -34,8 +34,7 @@ int spawn(pid_t &process, const std::string &program, std::vector<char *> &argv,
     sigaddset(&defaults, SIGPIPE);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-    const int error =
-        ::posix_spawnp(&process, program.c_str(), &actions, &attributes, argv.data(), environ);
+    const int error = ::posix_spawnp(&process, program.c_str(), &actions, &attributes, argv.data(), environ);
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return error;

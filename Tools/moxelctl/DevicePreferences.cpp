@@ -26,7 +26,7 @@ std::optional<MoxelDevicePrefs> DevicePreferences::latest() const {
 uint32_t DevicePreferences::currentDevice() {
     int32_t device = 0;
     return MoxelControl(kMoxelCtlGetDeviceID, 0, &device) == kMoxelResultOK ? static_cast<uint32_t>(device)
-                                                                           : uint32_t{kMoxelDefaultDeviceID};
+                                                                            : uint32_t{kMoxelDefaultDeviceID};
 }
 
 } // namespace moxel::tool

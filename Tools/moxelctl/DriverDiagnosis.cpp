@@ -24,14 +24,14 @@ Finding findingOfBus(const SurveyedBus &bus) {
                 "Start the driver (moxeld). If it runs, set MOXEL_HID_BUS to the folder that it uses, for\n"
                 "both."};
     case SurveyedBus::State::untrusted:
-        return {problem,
-                "Make it yours alone:\n"
-                "  chown \"$(id -u)\" " +
-                    bus.place + " && chmod go-w " + bus.place +
-                    "\n"
-                    "or set MOXEL_HID_BUS to another folder, for the driver and for this program."};
+        return {problem, "Make it yours alone:\n"
+                         "  chown \"$(id -u)\" " +
+                             bus.place + " && chmod go-w " + bus.place +
+                             "\n"
+                             "or set MOXEL_HID_BUS to another folder, for the driver and for this program."};
     default:
-        return {problem, "Set MOXEL_HID_BUS to a folder that you may read, for the driver and for this program."};
+        return {problem,
+                "Set MOXEL_HID_BUS to a folder that you may read, for the driver and for this program."};
     }
 }
 
@@ -47,8 +47,7 @@ Finding findingOfBaseChannel(const SurveyedDevice &channel) {
         return {"the driver does not let this program open its channel " + channel.name,
                 "Start the driver (moxeld) again; MOXEL_LOG=stderr shows each step."};
     default:
-        return {name + " does not work: " + channel.problem,
-                "The driver hangs: stop it and start it again."};
+        return {name + " does not work: " + channel.problem, "The driver hangs: stop it and start it again."};
     }
 }
 

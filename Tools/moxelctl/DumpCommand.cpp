@@ -55,7 +55,8 @@ class DumpCommand final : public Command {
             complain(inputName(path_) + ": " + top.error().message, "--raw shows its parts.");
             return failure;
         }
-        return show(withoutTop(*top), format("keyed archive in a %s", formatName(list->format)), content->size());
+        return show(withoutTop(*top), format("keyed archive in a %s", formatName(list->format)),
+                    content->size());
     }
 
   private:
@@ -63,14 +64,18 @@ class DumpCommand final : public Command {
         command.add_option("FILE", path_, "File to show (default: standard input)")->type_name("");
         command.add_flag("--json", json_, "Print JSON");
         command.add_flag("--raw", raw_, "Show a keyed archive as the property list that it is");
-        command.add_flag("--full", full_, "Show all bytes of data, not only the first 256")->excludes("--json");
+        command.add_flag("--full", full_, "Show all bytes of data, not only the first 256")
+            ->excludes("--json");
         command.footer(
-            "\nReads binary, XML and old-style property lists. Keyed archives are decoded; records show their\n"
+            "\nReads binary, XML and old-style property lists. Keyed archives are decoded; records show "
+            "their\n"
             "class and their members, whether the class is known or not. What stands in several places is\n"
             "marked &N where it is shown and *N from then on.\n"
             "\n"
-            "In JSON, what JSON has no form for is an object: {\"$data\": HEX}, {\"$date\": TEXT, \"$seconds\":\n"
-            "SINCE_2001}, {\"$uid\": N}, {\"$real\": \"nan\"}, and a record {\"$class\": NAME, \"$classes\": [...],\n"
+            "In JSON, what JSON has no form for is an object: {\"$data\": HEX}, {\"$date\": TEXT, "
+            "\"$seconds\":\n"
+            "SINCE_2001}, {\"$uid\": N}, {\"$real\": \"nan\"}, and a record {\"$class\": NAME, \"$classes\": "
+            "[...],\n"
             "\"$members\": {...}}.\n"
             "\n"
             "Examples:\n"

@@ -22,11 +22,11 @@ class EventLoop {
     };
 
     struct Limits {
-        std::optional<double> seconds;      ///< From the beginning of run().
-        bool endsWithOutput = true;         ///< Ends when standard output cannot be written.
-        std::function<bool()> isDone = {};  ///< Asked after every turn.
-        std::function<int()> refresh = {};  ///< Called every turn; the milliseconds until it is to be called
-                                            ///< again at the latest, -1 for whenever.
+        std::optional<double> seconds;     ///< From the beginning of run().
+        bool endsWithOutput = true;        ///< Ends when standard output cannot be written.
+        std::function<bool()> isDone = {}; ///< Asked after every turn.
+        std::function<int()> refresh = {}; ///< Called every turn; the milliseconds until it is to be called
+                                           ///< again at the latest, -1 for whenever.
     };
 
     [[nodiscard]] End run(const Limits &limits);

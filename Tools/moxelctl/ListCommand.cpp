@@ -43,8 +43,8 @@ struct Channel {
              {std::pair(basePrefix, Kind::base), std::pair(dedicatedPrefix, Kind::dedicated)}) {
             if (!name.starts_with(prefix))
                 continue;
-            if (const auto found =
-                    numberFromText("0x" + name.substr(prefix.size()), 0, std::numeric_limits<int64_t>::max())) {
+            if (const auto found = numberFromText("0x" + name.substr(prefix.size()), 0,
+                                                  std::numeric_limits<int64_t>::max())) {
                 kind = candidate;
                 number = *found;
             }
@@ -93,7 +93,8 @@ std::string stateText(const SurveyedDevice &device) {
 }
 
 std::string deviceText(const SurveyedDevice &device) {
-    const std::string name = device.name.empty() ? device.place.substr(device.place.rfind('/') + 1) : device.name;
+    const std::string name =
+        device.name.empty() ? device.place.substr(device.place.rfind('/') + 1) : device.name;
     std::string text = "  " + printableText(name) + "\n";
     if (!device.name.empty())
         text += "    is       " + roleText(Channel(device.name)) + "\n";
@@ -169,7 +170,8 @@ class ListCommand final : public Command {
             list.push_back(busJson(bus));
         }
         if (json_)
-            text = Json{{"buses", std::move(list)}}.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+            text =
+                Json{{"buses", std::move(list)}}.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
         if (const int code = printResult(text); code != success)
             return code;
         if (hasDriver(buses))
@@ -182,7 +184,8 @@ class ListCommand final : public Command {
     void describe(CLI::App &command) override {
         command.add_flag("--json", json_, "Print one JSON object");
         command.footer(
-            "\nStates of a channel: ready (it answers), silent (it accepts connections and does not answer),\n"
+            "\nStates of a channel: ready (it answers), silent (it accepts connections and does not "
+            "answer),\n"
             "stale (left behind by a publisher that is gone), untrusted (its publisher is neither root nor\n"
             "this user), malformed (it breaks the rules of the bus), unreachable.\n"
             "\n"

@@ -88,8 +88,7 @@ class Monitor {
     /// On standard error, so that it does not mix with events that are piped on.
     void printSummary() const {
         const double seconds = std::chrono::duration<double>(Clock::now() - began_).count();
-        std::string text =
-            format("%llu event%s in %.1f s", total_, total_ == 1 ? "" : "s", seconds);
+        std::string text = format("%llu event%s in %.1f s", total_, total_ == 1 ? "" : "s", seconds);
         for (const auto &[kind, count] : counts_)
             text += format("%s %llu %s", &kind == &counts_.begin()->first ? ":" : ",", count, kind);
         std::fprintf(stderr, "%s\n", text.c_str());

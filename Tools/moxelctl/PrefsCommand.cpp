@@ -22,7 +22,8 @@ std::string hex(std::span<const uint8_t> bytes) { return hexString(Data(bytes)).
 
 std::string textOf(const MoxelDevicePrefs &preferences) {
     return format("device    0x%08X\n", preferences.deviceID) + "header    " + spacedHex(preferences.header) +
-           format("\nsettings  %zu bytes\n", sizeof preferences.settings) + hexDump(preferences.settings, "  ");
+           format("\nsettings  %zu bytes\n", sizeof preferences.settings) +
+           hexDump(preferences.settings, "  ");
 }
 
 std::string jsonOf(const MoxelDevicePrefs &preferences) {
@@ -59,7 +60,8 @@ class PrefsCommand final : public Command {
                                 [this](const std::string &text) {
                                     const std::optional<int64_t> number = numberFromText(text, 0, 0xFFFFFFFF);
                                     if (!number)
-                                        throw CLI::ValidationError("--device", "\"" + text + "\" is no number of 32 bits");
+                                        throw CLI::ValidationError(
+                                            "--device", "\"" + text + "\" is no number of 32 bits");
                                     device_ = static_cast<uint32_t>(*number);
                                 },
                                 "Identifier of the device (default: any that the driver has named)")
@@ -69,14 +71,15 @@ class PrefsCommand final : public Command {
             ->type_name("N")
             ->capture_default_str();
         command.add_flag("--json", json_, "Print one JSON object");
-        command.footer("\nThe driver sends preferences when a client registers and when they change. What the bytes\n"
-                       "mean beyond the device's identifier is the driver's.\n"
-                       "\n"
-                       "Examples:\n"
-                       "  moxelctl prefs\n"
-                       "  moxelctl prefs --device 0x4D580001 --json\n"
-                       "  moxelctl prefs --seconds 60\n"
-                       "      wait for a change");
+        command.footer(
+            "\nThe driver sends preferences when a client registers and when they change. What the bytes\n"
+            "mean beyond the device's identifier is the driver's.\n"
+            "\n"
+            "Examples:\n"
+            "  moxelctl prefs\n"
+            "  moxelctl prefs --device 0x4D580001 --json\n"
+            "  moxelctl prefs --seconds 60\n"
+            "      wait for a change");
     }
 
     Handlers handlers() {
@@ -94,8 +97,9 @@ class PrefsCommand final : public Command {
         if (deviceOption_->empty())
             return known_.latest();
         MoxelDevicePrefs preferences;
-        return MoxelGetCurrentDevicePrefs(device_, &preferences) == kMoxelResultOK ? std::optional(preferences)
-                                                                                   : std::nullopt;
+        return MoxelGetCurrentDevicePrefs(device_, &preferences) == kMoxelResultOK
+                   ? std::optional(preferences)
+                   : std::nullopt;
     }
 
     [[nodiscard]] int explain(EventLoop::End end) const {
@@ -105,8 +109,9 @@ class PrefsCommand final : public Command {
         }
         if (wasTold_)
             complain("the driver sent preferences of another device",
-                     deviceOption_->empty() ? "Name the device with --device; \"moxelctl monitor\" shows devices that arrive."
-                                            : "Leave out --device to see those of the device that the driver has named.");
+                     deviceOption_->empty()
+                         ? "Name the device with --device; \"moxelctl monitor\" shows devices that arrive."
+                         : "Leave out --device to see those of the device that the driver has named.");
         else
             complain("the driver sent no preferences",
                      "Wait longer with --seconds, and change a preference meanwhile.");

@@ -12,7 +12,8 @@ int loneSurrogate(std::string_view text) {
     if (text.size() < 3)
         return 0;
     const auto byte = [text](size_t index) { return static_cast<unsigned char>(text[index]); };
-    const bool isSurrogate = byte(0) == 0xED && byte(1) >= 0xA0 && byte(1) <= 0xBF && byte(2) >= 0x80 && byte(2) <= 0xBF;
+    const bool isSurrogate =
+        byte(0) == 0xED && byte(1) >= 0xA0 && byte(1) <= 0xBF && byte(2) >= 0x80 && byte(2) <= 0xBF;
     return isSurrogate ? 0xD000 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F) : 0;
 }
 
@@ -34,7 +35,7 @@ void append(std::string &result, const Utf8Character &character) {
 
 } // namespace
 
-std::string quoted(std::string_view text) {
+std::string quotedText(std::string_view text) {
     std::string result = "\"";
     while (!text.empty()) {
         if (const int surrogate = loneSurrogate(text)) {

@@ -23,8 +23,7 @@ class RecordCommand final : public Command {
     int run() override {
         Result<TraceFile> file = TraceFile::create(path_, overwrites_);
         if (!file.ok()) {
-            complain(file.error().message,
-                     file.error().code == EEXIST ? "--force writes over it." : "");
+            complain(file.error().message, file.error().code == EEXIST ? "--force writes over it." : "");
             return failure;
         }
         file->add({}, "# Recorded by moxelctl; \"moxelctl replay\" and \"moxeld --trace\" play it.");
@@ -35,9 +34,7 @@ class RecordCommand final : public Command {
             return code;
         SetMoxelClientButtonMask(session.clientID(), everything);
         Result<void> written;
-        const End end = loop.run({.seconds = seconds_,
-                                  .endsWithOutput = path_ == "-",
-                                  .isDone = [&] {
+        const End end = loop.run({.seconds = seconds_, .endsWithOutput = path_ == "-", .isDone = [&] {
                                       written = file->flush();
                                       return !written.ok() || (count_ && recorder.count() >= *count_);
                                   }});
@@ -57,13 +54,14 @@ class RecordCommand final : public Command {
         command.add_option("--count", count_, "End after so many events")->type_name("N");
         addEventMask(command, "--events", events_, "Events to ask for (default: all)");
         command.add_flag("--force", overwrites_, "Write over a file that is there");
-        command.footer("\nEvents are written as they come; Ctrl-C ends the trace. What a trace has no event for\n"
-                       "becomes a comment in it.\n"
-                       "\n"
-                       "Examples:\n"
-                       "  moxelctl record session.trace\n"
-                       "  moxelctl record session.trace --seconds 10 --force\n"
-                       "  moxelctl record - | grep buttons");
+        command.footer(
+            "\nEvents are written as they come; Ctrl-C ends the trace. What a trace has no event for\n"
+            "becomes a comment in it.\n"
+            "\n"
+            "Examples:\n"
+            "  moxelctl record session.trace\n"
+            "  moxelctl record session.trace --seconds 10 --force\n"
+            "  moxelctl record - | grep buttons");
     }
 
     [[nodiscard]] static int exitCode(End end, const Result<void> &written) {

@@ -4,7 +4,6 @@
 #include "DaemonProcess.h"
 #include "ExitCode.h"
 #include "MonitorCommandLine.h"
-#include "Number.h"
 #include "PrivateBus.h"
 #include "StopSignal.h"
 #include "Values/Format.h"
@@ -48,25 +47,25 @@ class ReplayCommand final : public Command {
         command.add_option("--speed", speed_, "Play it that many times as fast")
             ->check(CLI::Range(0.001, 1000.0))
             ->type_name("N");
-        auto *loop = command.add_flag("--loop", loops_, "Play it again when it is over, until Ctrl-C");
+        command.add_flag("--loop", loops_, "Play it again when it is over, until Ctrl-C");
         command.add_flag("--at-once", atOnce_, "Do not wait for a client");
         command.add_option("--daemon", program_, "The daemon's program (default: the moxeld that is found)")
             ->type_name("PATH");
         command.add_flag("--show", shows_, "Play it on a bus of its own and show the events that arrive");
         addOptionsOfShow(command);
-        (void)loop;
-        command.footer("\nStarts the reference daemon (moxeld), which plays the trace to every client, from the\n"
-                       "moment that the first one registers, and ends with it. No other driver may serve this\n"
-                       "user meanwhile. With --show the daemon runs on a bus of its own, where a driver that\n"
-                       "serves this user does not disturb it.\n"
-                       "\n"
-                       "Documentation/Traces.md describes traces.\n"
-                       "\n"
-                       "Examples:\n"
-                       "  moxelctl replay session.trace\n"
-                       "  moxelctl replay session.trace --loop --speed 2\n"
-                       "  moxelctl replay session.trace --show\n"
-                       "  moxelctl replay session.trace --show --json > events.json");
+        command.footer(
+            "\nStarts the reference daemon (moxeld), which plays the trace to every client, from the\n"
+            "moment that the first one registers, and ends with it. No other driver may serve this\n"
+            "user meanwhile. With --show the daemon runs on a bus of its own, where a driver that\n"
+            "serves this user does not disturb it.\n"
+            "\n"
+            "Documentation/Traces.md describes traces.\n"
+            "\n"
+            "Examples:\n"
+            "  moxelctl replay session.trace\n"
+            "  moxelctl replay session.trace --loop --speed 2\n"
+            "  moxelctl replay session.trace --show\n"
+            "  moxelctl replay session.trace --show --json > events.json");
     }
 
     void addOptionsOfShow(CLI::App &command) {
@@ -91,9 +90,8 @@ class ReplayCommand final : public Command {
         bool isStopped = false;
         for (bool runs = true; runs; runs = daemon.readOutput()) {
             if (!isAnnounced && !daemon.readyLine().empty()) {
-                std::fprintf(stderr, "moxeld: %s\n", daemon.readyLine().c_str());
-                std::fprintf(stderr, atOnce_ ? "%s plays\n" : "%s begins with the first client\n",
-                             path_ == "-" ? "standard input" : path_.c_str());
+                std::fprintf(stderr, "moxeld: %s\nthe trace begins %s\n", daemon.readyLine().c_str(),
+                             atOnce_ ? "now" : "with the first client");
                 isAnnounced = true;
             }
             pollfd descriptors[] = {{daemon.descriptor(), POLLIN, 0},
@@ -136,7 +134,7 @@ class ReplayCommand final : public Command {
                      "Stop it, or play the trace on a bus of its own with --show.");
             return failure;
         default:
-            complain(format(hasServed ? "the daemon ended with status %d" : "the daemon did not start: status %d",
+            complain(format("the daemon %s with status %d", hasServed ? "ended" : "did not start: it ended",
                             status),
                      hasServed ? "" : "Name another program with --daemon PATH.");
             return failure;

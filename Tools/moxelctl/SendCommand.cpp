@@ -61,14 +61,14 @@ class SendCommand final : public Command {
         }
         const size_t slices = (content.size() + sliceSize - 1) / sliceSize;
         if (json_)
-            return printResult(
-                nlohmann::ordered_json{
-                    {"bytes", content.size()}, {"slices", slices}, {"acknowledged", slices > 1}}
-                    .dump() +
-                "\n");
-        return printResult(slices == 1 ? format("%zu bytes sent\n", content.size())
-                                       : format("%zu bytes sent in %zu slices, all acknowledged\n",
-                                                content.size(), slices));
+            return printResult(nlohmann::ordered_json{{"bytes", content.size()},
+                                                      {"slices", slices},
+                                                      {"acknowledged", slices > 1}}
+                                   .dump() +
+                               "\n");
+        return printResult(
+            slices == 1 ? format("%zu bytes sent\n", content.size())
+                        : format("%zu bytes sent in %zu slices, all acknowledged\n", content.size(), slices));
     }
 
     std::string path_;

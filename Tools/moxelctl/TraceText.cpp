@@ -89,8 +89,7 @@ std::string pairingText(const Event &event) {
     const std::optional<std::string> command = traceValue(request);
     if (request.kind() != Kind::string || !command)
         return comment(event);
-    std::string text =
-        request.asString().view() == cabledRequest ? "cabled" : "pairing command=" + *command;
+    std::string text = request.asString().view() == cabledRequest ? "cabled" : "pairing command=" + *command;
     for (const auto &[key, value] : content) {
         if (key.view() == "req")
             continue;

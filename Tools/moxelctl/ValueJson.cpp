@@ -19,8 +19,8 @@ constexpr size_t deepestIndentation = 64;
 std::string dateText(Date date) {
     const std::optional<std::string> text = detail::xmlTextFromDate(date);
     const std::string seconds = realText(date.secondsSince2001);
-    return "{\"$date\": " + (text ? quoted(*text) : "null") +
-           ", \"$seconds\": " + (std::isfinite(date.secondsSince2001) ? seconds : quoted(seconds)) + "}";
+    return "{\"$date\": " + (text ? quotedText(*text) : "null") +
+           ", \"$seconds\": " + (std::isfinite(date.secondsSince2001) ? seconds : quotedText(seconds)) + "}";
 }
 
 class JsonWriter final : public ValueVisitor {
@@ -32,7 +32,7 @@ class JsonWriter final : public ValueVisitor {
             text_ += isIndented_ ? "," : ", ";
         startRow(depth);
         if (key)
-            text_ += quoted(key.view()) + ": ";
+            text_ += quotedText(key.view()) + ": ";
     }
 
     void leaf(const Value &value, size_t) override {
@@ -51,7 +51,7 @@ class JsonWriter final : public ValueVisitor {
             break;
         case Kind::real: {
             const std::string real = realText(value.doubleValue());
-            text_ += std::isfinite(value.doubleValue()) ? real : "{\"$real\": " + quoted(real) + "}";
+            text_ += std::isfinite(value.doubleValue()) ? real : "{\"$real\": " + quotedText(real) + "}";
             break;
         }
         case Kind::date:
@@ -61,10 +61,10 @@ class JsonWriter final : public ValueVisitor {
             text_ += "{\"$uid\": " + std::to_string(value.asUID().index) + "}";
             break;
         case Kind::data:
-            text_ += "{\"$data\": " + quoted(hexString(value.asData()).view()) + "}";
+            text_ += "{\"$data\": " + quotedText(hexString(value.asData()).view()) + "}";
             break;
         default:
-            text_ += quoted(value.asString().view());
+            text_ += quotedText(value.asString().view());
         }
     }
 
@@ -93,10 +93,10 @@ class JsonWriter final : public ValueVisitor {
     }
 
     void openRecord(const Object &record) {
-        text_ += "{\"$class\": " + quoted(record.className()) + ", \"$classes\": [";
+        text_ += "{\"$class\": " + quotedText(record.className()) + ", \"$classes\": [";
         bool isFirst = true;
         for (const std::string &name : record.classChain()) {
-            text_ += (isFirst ? "" : ", ") + quoted(name);
+            text_ += (isFirst ? "" : ", ") + quotedText(name);
             isFirst = false;
         }
         text_ += "], \"$members\": {";

@@ -15,7 +15,8 @@ enum class JsonLayout { oneLine, indented };
 ///
 ///     {"$data": "4d58"}                                         bytes, in hexadecimal
 ///     {"$date": "2001-01-01T00:00:00Z", "$seconds": 0.5}        a date; seconds since 2001 to the fraction
-///     {"$uid": 3}                                               a reference of an archive that is not decoded
+///     {"$uid": 3}                                               a reference of an archive that is not
+///     decoded
 ///     {"$real": "nan"}                                          what is no number in JSON: nan, inf, -inf
 ///     {"$class": "Name", "$classes": ["Name", "NSObject"], "$members": {...}}       a record
 ///

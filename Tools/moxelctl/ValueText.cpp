@@ -41,7 +41,7 @@ std::string keyText(const String &key) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
                c == '.' || c == '$' || c == '-';
     });
-    return isPlain ? std::string(text) : quoted(text);
+    return isPlain ? std::string(text) : quotedText(text);
 }
 
 class TextWriter final : public ValueVisitor {
@@ -81,7 +81,7 @@ class TextWriter final : public ValueVisitor {
         case Kind::data:
             return writeData(value.asData().bytes(), depth);
         default:
-            text_ += quoted(value.asString().view());
+            text_ += quotedText(value.asString().view());
         }
         text_ += '\n';
     }
@@ -118,7 +118,8 @@ class TextWriter final : public ValueVisitor {
         if (bytes.size() <= shortData) {
             text_ += "<" + spacedHex(bytes) + ">\n";
         } else {
-            text_ += format("<%zu bytes>\n", bytes.size()) + hexDump(bytes, indentation(depth + 1), dataLimit_);
+            text_ +=
+                format("<%zu bytes>\n", bytes.size()) + hexDump(bytes, indentation(depth + 1), dataLimit_);
         }
     }
 

@@ -8,8 +8,9 @@
 
 namespace moxel::tool {
 
-/// A row for each value, indented; ends with a newline. A container or record that stands in several places is
-/// written once, marked "&N", and as "*N" from then on. Of bytes at most `dataLimit` are shown in each place.
+/// A row for each value, indented; ends with a newline. A container or record that stands in several places
+/// is written once, marked "&N", and as "*N" from then on. Of bytes at most `dataLimit` are shown in each
+/// place.
 [[nodiscard]] std::string readableText(const Value &value, size_t dataLimit = allBytes);
 
 } // namespace moxel::tool

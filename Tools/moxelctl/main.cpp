@@ -39,7 +39,8 @@ int runProgram(int argumentCount, char **arguments) {
     } catch (const CLI::ParseError &error) {
         return program.exit(error) == 0 ? success : usageError;
     }
-    const auto chosen = std::ranges::find_if(commands, [](const auto &command) { return command->isChosen(); });
+    const auto chosen =
+        std::ranges::find_if(commands, [](const auto &command) { return command->isChosen(); });
     return (*chosen)->run();
 }
 
@@ -48,7 +49,7 @@ int runProgram(int argumentCount, char **arguments) {
 } // namespace moxel::tool
 
 int main(int argumentCount, char **arguments) {
-    std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe): there is no other thread yet
+    std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe): there is no other thread yet
     std::signal(SIGPIPE, SIG_IGN); // A reader that has had enough is no reason to leave without goodbye.
     try {
         return moxel::tool::runProgram(argumentCount, arguments);
