@@ -3,18 +3,15 @@
 #include "Export/ActionTree.h"
 #include "Export/ImageList.h"
 #include "Helpers/Logging.h"
+#include <Moxel/MoxelKeys.h>
 
 #include <cstdint>
 #include <span>
-#include <string_view>
 #include <utility>
 
 namespace moxel {
 
 namespace {
-
-constexpr std::string_view commandsKey = "Commands";
-constexpr std::string_view imagesKey = "Images";
 
 Result<void> mergeImages(MutableDictionary &target, const MoxelImage_s *array, size_t count,
                          const String &folder) {
@@ -24,10 +21,10 @@ Result<void> mergeImages(MutableDictionary &target, const MoxelImage_s *array, s
     if (!added)
         return added.error();
     // What was read from a file is not mutable, and may be anything.
-    MutableDictionary images = target[imagesKey].asDictionary().mutableCopy();
+    MutableDictionary images = target[kMxKeyAppImages].asDictionary().mutableCopy();
     if (images)
         images.addEntries(*added);
-    target.set(imagesKey, images ? images : *added);
+    target.set(kMxKeyAppImages, images ? images : *added);
     return {};
 }
 
@@ -68,7 +65,7 @@ Result<void> MxlActionInterfaceDictConvert::genCommandsDict(MutableDictionary ta
     const MutableDictionary commands = MutableDictionary::withCapacity(0);
     Result<void> walked = treeWalk(fromList, commands);
     if (walked)
-        target.set(commandsKey, commands);
+        target.set(kMxKeyAppCommands, commands);
     return walked;
 }
 
@@ -87,7 +84,7 @@ Result<void> MxlActionInterfaceDictConvert::genImagesDict(MutableDictionary targ
                                                           const String &atFilePath) {
     if (!atFilePath)
         return Error{"There is no export folder for images"};
-    const String folder = format("%@/imagedata", atFilePath);
+    const String folder = format("%@/%s", atFilePath, kStrImageDataSubfolder);
     {
         const std::lock_guard lock(mutex_);
         m_strBaseImageFolder_ = folder;
