@@ -30,6 +30,7 @@ DaemonCore::DaemonCore(const Options &options, std::string baseChannelName,
       runLoop_(std::move(runLoop)),
       journal_(journal),
       faults_(options.faults),
+      exports_(options.exportFolder.empty() ? ExportFolder::defaultPath() : options.exportFolder),
       services_{journal, faults_, options.inputReportSize, [this] { peersChanged(); },
                 [this] { noteQueues(); }},
       publisher_(std::move(publisher)),
@@ -105,6 +106,7 @@ Result<void> DaemonCore::publishChannel(uint64_t channelID, int32_t processID) {
     device.productID = dedicatedProductID;
     if (Result<void> published = made->publish(*publisher_, device); !published.ok())
         return published;
+    (void)made->buttonsChanged(device_.buttons); // These are down already.
     channels_.push_back(made);
     journal_.update(
         [&made](Observation &observation) { observation.clients.push_back(made->description()); });
@@ -201,6 +203,11 @@ void DaemonCore::clientRegistered(DedicatedChannel &channel) {
     startPlayerWhenReady();
 }
 
+Result<void> DaemonCore::serveExport(const ApplicationRecord &application, const ExportRequest &request,
+                                     ClientExports &exports) {
+    return exports_.serve(application, request, exports);
+}
+
 size_t DaemonCore::forClients(uint16_t clientID, const std::function<void(DedicatedChannel &)> &act) const {
     size_t count = 0;
     for (const std::shared_ptr<DedicatedChannel> &candidate : channels_) {
@@ -287,6 +294,7 @@ void DaemonCore::happen(const TraceEvent &event) {
         device_.buttons = buttons->buttons;
         device_.buttons8 = static_cast<uint16_t>(buttons->buttons & 0xFF);
         sendDeviceState(buttonsChanged);
+        pressActions();
     } else if (const auto *application = std::get_if<ApplicationEvent>(&event)) {
         sendApplicationEvent(*application);
     } else if (const auto *message = std::get_if<MessageEvent>(&event)) {
@@ -317,6 +325,20 @@ void DaemonCore::sendApplicationEvent(const ApplicationEvent &event) {
     device_.appEventPressed = event.isPressed ? 1 : 0; // Shares its place with the buttons.
     sendDeviceState(applicationEvent, event.identifier, event.value);
     device_.buttons8 = buttons8;
+}
+
+void DaemonCore::pressActions() {
+    for (const std::shared_ptr<DedicatedChannel> &client : channels_) {
+        for (const ActionEvent &event : client->buttonsChanged(device_.buttons)) {
+            MoxelStateRecord record = device_;
+            record.command = applicationEvent;
+            record.param = event.number;
+            record.time = nowInNanoseconds();
+            record.appEventPressed = event.isPressed ? 1 : 0;
+            client->sendState(record);
+        }
+    }
+    noteQueues();
 }
 
 Result<void> DaemonCore::playTrace(const TraceBlock &trace, const PlayOptions &options) {

@@ -3,6 +3,7 @@
 
 #include "Moxel Daemon/Bus/Channel.h"
 #include "Moxel Daemon/Daemon.h"
+#include "Moxel Daemon/Exports/ExportDesk.h"
 #include "Moxel Daemon/Journal.h"
 #include "Moxel Daemon/Motion/EventSink.h"
 #include "Moxel Daemon/Motion/Movement.h"
@@ -67,11 +68,15 @@ class DaemonCore final : private BaseChannel::Delegate,
     void terminateChannel(uint64_t channelID) override;
     uint16_t newClientID() override;
     void clientRegistered(DedicatedChannel &channel) override;
+    [[nodiscard]] Result<void> serveExport(const ApplicationRecord &application, const ExportRequest &request,
+                                           ClientExports &exports) override;
 
     // What traces and movement do
     void happen(const TraceEvent &event) override;
     void sendDeviceState(uint16_t command, int16_t parameter = 0, int32_t value = 0);
     void sendApplicationEvent(const ApplicationEvent &event);
+    /// Tells each client which of its actions the buttons press and release now.
+    void pressActions();
 
     /// Runs work on this thread after what is under way, unless the daemon ends first.
     void later(std::function<void()> work);
@@ -89,6 +94,7 @@ class DaemonCore final : private BaseChannel::Delegate,
     std::shared_ptr<RunLoop> runLoop_;
     Journal &journal_;
     Faults faults_;
+    ExportDesk exports_;
     ChannelServices services_;
     std::unique_ptr<Publisher> publisher_;
     BaseChannel base_;

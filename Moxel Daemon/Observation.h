@@ -1,6 +1,7 @@
 // What can be seen of a running daemon from outside: its clients and what they sent.
 #pragma once
 
+#include "Moxel Daemon/Exports/ExportDesk.h"
 #include "Moxel Daemon/Protocol/ClientRequests.h"
 #include "Moxel Daemon/Protocol/MessageJoiner.h"
 #include "Platform/HIDDevice.h"
@@ -30,6 +31,7 @@ struct ClientDescription {
     uint32_t buttonMask = 0;
     std::optional<uint16_t> exitState; ///< Of the last application-information record.
     std::string applicationName;       ///< Likewise.
+    ClientExports exports;
     int packetsRead = 0;
     int acknowledgements = 0;  ///< Of data packets.
     int storedDataReplies = 0; ///< To stored-data queries.

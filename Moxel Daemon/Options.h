@@ -16,6 +16,8 @@ namespace moxel::daemon {
 struct Options {
     /// Absolute; empty for the default folder of the bus.
     std::string busFolder;
+    /// Where applications export their files; absolute; empty for the folder of this user.
+    std::string exportFolder;
     /// User identifier in the base channel's name; by default that of the user on the console, 0 when there
     /// is none.
     std::optional<uint32_t> user;

@@ -61,6 +61,8 @@ void printError(const std::string &message) { std::fprintf(stderr, "moxeld: %s\n
 void describe(CLI::App &app, CommandLine &line, std::vector<std::string> &faults) {
     app.footer(std::string("Faults:\n") + faultList() + "\n" + examples);
     app.add_option("--bus-folder", line.options.busFolder, "Folder of the bus (default: that of this user)");
+    app.add_option("--export-folder", line.options.exportFolder,
+                   "Folder that applications export their files to (default: that of this user)");
     app.add_option("--user", line.options.user,
                    "User identifier of the base channel (default: who is on the console)");
     auto *trace =

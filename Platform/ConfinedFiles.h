@@ -4,6 +4,7 @@
 #include "Export.h"
 #include "Result.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -38,7 +39,8 @@ struct ConfinedPath {
 /// something stands there already.
 [[nodiscard]] MOXEL_EXPORT Result<void> createEmptyFile(const ConfinedPath &file);
 
-/// The content of a regular file of at most 1 GiB.
-[[nodiscard]] MOXEL_EXPORT Result<std::vector<uint8_t>> readFile(const ConfinedPath &file);
+/// The content of a regular file of at most that many bytes.
+[[nodiscard]] MOXEL_EXPORT Result<std::vector<uint8_t>> readFile(const ConfinedPath &file,
+                                                                 size_t limit = size_t{1} << 30);
 
 } // namespace moxel

@@ -1,6 +1,7 @@
 #include "Moxel Daemon/Archive/Value.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace moxel::daemon {
 
@@ -14,6 +15,18 @@ Dictionary::~Dictionary() = default;
 Dictionary::Dictionary(std::initializer_list<Entry> entries) {
     for (const Entry &entry : entries)
         set(entry.key, entry.value);
+}
+
+Dictionary::Dictionary(std::vector<Entry> entries) : entries_(std::move(entries)) {
+    std::vector<size_t> order(entries_.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [this](size_t one, size_t other) { return entries_[one].key < entries_[other].key; });
+    std::vector<bool> isReplaced(entries_.size());
+    for (size_t place = 1; place < order.size(); ++place)
+        isReplaced[order[place - 1]] = entries_[order[place - 1]].key == entries_[order[place]].key;
+    size_t index = 0;
+    std::erase_if(entries_, [&](const Entry &) { return isReplaced[index++]; });
 }
 
 const Value *Dictionary::find(std::string_view key) const {

@@ -25,6 +25,8 @@ class Dictionary {
   public:
     Dictionary() noexcept;
     Dictionary(std::initializer_list<Entry> entries);
+    /// Of several entries of one key the last counts. In time n log n, for entries that came from outside.
+    explicit Dictionary(std::vector<Entry> entries);
     Dictionary(const Dictionary &other);
     Dictionary(Dictionary &&other) noexcept;
     Dictionary &operator=(const Dictionary &other);

@@ -22,16 +22,12 @@ std::optional<Integer> number(const Dictionary &members, std::string_view key) {
     return value ? value->number<Integer>() : std::nullopt;
 }
 
-bool hasText(const Dictionary &request, std::string_view key) { return text(request, key).has_value(); }
-
 struct KnownRequest {
     std::string_view name;
     bool (*isWellFormed)(const Dictionary &request);
 };
 
-bool namesFileOrSet(const Dictionary &request) {
-    return hasText(request, "ctrlcmd") && hasText(request, "ctrlparm");
-}
+bool isExport(const Dictionary &request) { return exportRequest(request).has_value(); }
 
 constexpr std::array knownRequests{
     KnownRequest{"regclient",
@@ -40,8 +36,8 @@ constexpr std::array knownRequests{
                  [](const Dictionary &request) { return maskRequest(request).has_value(); }},
     KnownRequest{"moxclientctrl",
                  [](const Dictionary &request) { return controlRequest(request).has_value(); }},
-    KnownRequest{"moxclientwrite", namesFileOrSet},
-    KnownRequest{"moxclientactset", namesFileOrSet},
+    KnownRequest{"moxclientwrite", isExport},
+    KnownRequest{"moxclientactset", isExport},
 };
 
 } // namespace
@@ -89,6 +85,30 @@ std::optional<MaskRequest> maskRequest(const Dictionary &request) {
         return std::nullopt;
     return MaskRequest{*setsEventMask != 0 ? eventMask : std::nullopt,
                        *setsButtonMask != 0 ? buttonMask : std::nullopt};
+}
+
+std::optional<ExportRequest> exportRequest(const Dictionary &request) {
+    struct KnownExport {
+        std::string_view request;
+        std::string_view command;
+        ExportRequest::Kind kind;
+    };
+    static constexpr std::array knownExports{
+        KnownExport{"moxclientwrite", "cswritecommands", ExportRequest::Kind::commands},
+        KnownExport{"moxclientwrite", "cswriteimgages", ExportRequest::Kind::images}, // Spelled so.
+        KnownExport{"moxclientwrite", "cswritesettings", ExportRequest::Kind::settings},
+        KnownExport{"moxclientactset", "csactiveset", ExportRequest::Kind::activeSet},
+    };
+    const std::optional<std::string> name = text(request, "req");
+    const std::optional<std::string> command = text(request, "ctrlcmd");
+    std::optional<std::string> argument = text(request, "ctrlparm");
+    const auto *known =
+        std::find_if(knownExports.begin(), knownExports.end(), [&](const KnownExport &candidate) {
+            return name == candidate.request && command == candidate.command;
+        });
+    if (known == knownExports.end() || !argument)
+        return std::nullopt;
+    return ExportRequest{known->kind, std::move(*argument)};
 }
 
 std::optional<ControlRequest> controlRequest(const Dictionary &request) {

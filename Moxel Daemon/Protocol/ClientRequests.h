@@ -57,6 +57,19 @@ struct ControlRequest {
 [[nodiscard]] std::optional<MaskRequest> maskRequest(const Dictionary &request);
 [[nodiscard]] std::optional<ControlRequest> controlRequest(const Dictionary &request);
 
+/// An application has written a file, or wants another set of actions.
+struct ExportRequest {
+    enum class Kind { commands, images, settings, activeSet };
+
+    Kind kind = Kind::commands;
+    std::string argument; ///< The file's path, or the set's identifier.
+
+    bool operator==(const ExportRequest &) const = default;
+};
+
+/// Absent when the request is none of these.
+[[nodiscard]] std::optional<ExportRequest> exportRequest(const Dictionary &request);
+
 /// One block of data that a client placed in storage slot 1 and announced.
 struct ReceivedRequest {
     uint64_t channelID = 0;

@@ -3,6 +3,7 @@
 #include "Moxel Daemon/Archive/KeyedArchiveWriter.h"
 #include "Moxel Daemon/Protocol/DaemonReports.h"
 #include "Platform/Log.h"
+#include "Platform/LogText.h"
 
 #include <algorithm>
 #include <array>
@@ -187,7 +188,26 @@ void DedicatedChannel::serve(const ReceivedRequest &request) {
         filter_.eventMask = masks.eventMask.value_or(filter_.eventMask);
         filter_.buttonMask = masks.buttonMask.value_or(filter_.buttonMask);
         describe();
+    } else if (const std::optional<ExportRequest> exported = exportRequest(request.dictionary)) {
+        takeExport(*exported);
     }
+}
+
+void DedicatedChannel::takeExport(const ExportRequest &request) {
+    if (!description_.application) {
+        complain("an export is ignored: the client is not registered");
+        return;
+    }
+    ClientExports &exports = description_.exports;
+    if (Result<void> served = delegate_.serveExport(*description_.application, request, exports);
+        !served.ok())
+        complain(served.error().message);
+    buttonActions_.setActionCount(exports.actions.size());
+    describe();
+    logLine(LogLevel::info, name() + ": " + std::to_string(exports.actions.size()) +
+                                " actions of the set \"" + printableText(exports.activeSet) +
+                                "\" are on buttons, " + std::to_string(exports.imageCount) + " images, " +
+                                std::to_string(exports.settingCount) + " settings");
 }
 
 void DedicatedChannel::registerClient(const RegistrationRequest &request) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Moxel Common/Protocol/WireLayouts.h"
+#include "Moxel Daemon/Exports/ButtonActions.h"
 #include "Moxel Daemon/Options.h"
 #include "Moxel Daemon/Protocol/DataChannel.h"
 #include "Moxel Daemon/Protocol/DataOutbox.h"
@@ -15,6 +16,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace moxel::daemon {
 
@@ -26,6 +28,10 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
         /// A client identifier that nobody has; 0 when all are taken.
         [[nodiscard]] virtual uint16_t newClientID() = 0;
         virtual void clientRegistered(DedicatedChannel &channel) = 0;
+        /// Notes in `exports` what a registered application has exported.
+        [[nodiscard]] virtual Result<void> serveExport(const ApplicationRecord &application,
+                                                       const ExportRequest &request,
+                                                       ClientExports &exports) = 0;
 
       protected:
         ~Delegate() = default;
@@ -40,6 +46,10 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
     uint64_t channelID() const override { return description_.channelID; }
     [[nodiscard]] const ClientDescription &description() const noexcept { return description_; }
 
+    /// What the client's actions make of exactly these buttons being down, one bit each.
+    [[nodiscard]] std::vector<ActionEvent> buttonsChanged(uint32_t buttons) {
+        return buttonActions_.buttonsChanged(buttons);
+    }
     /// True when the client wants the record and has the channel open.
     bool sendState(MoxelStateRecord record);
     [[nodiscard]] Result<void> sendDictionary(const Dictionary &dictionary, bool wantsAnswer,
@@ -63,6 +73,7 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
     void handleApplicationInfo(std::span<const uint8_t> payload);
     void serve(const ReceivedRequest &request);
     void registerClient(const RegistrationRequest &request);
+    void takeExport(const ExportRequest &request);
     void answerRegistration();
     void acknowledge();
     void sendAcknowledgement();
@@ -75,6 +86,7 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
     RunLoop &runLoop_;
     ClientDescription description_;
     EventFilter filter_;
+    ButtonActions buttonActions_;
     RequestInbox inbox_;
     MessageJoiner joiner_;
     DataOutbox outbox_;

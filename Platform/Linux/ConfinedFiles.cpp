@@ -16,7 +16,6 @@ namespace moxel {
 namespace {
 
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-constexpr size_t largestFile = size_t{1} << 30;
 
 using Names = std::vector<std::string>;
 
@@ -110,15 +109,15 @@ Result<Place> placeOf(const ConfinedPath &file) {
     return Place{std::move(*folder), std::move(names->back())};
 }
 
-Result<std::vector<uint8_t>> readDescriptor(int file, const std::string &name) {
+Result<std::vector<uint8_t>> readDescriptor(int file, const std::string &name, size_t limit) {
     struct stat status {};
     if (::fstat(file, &status) != 0)
         return systemError("Cannot read " + name, errno);
     if (!S_ISREG(status.st_mode))
         return Error{name + " is not a regular file", EINVAL};
     const auto size = static_cast<size_t>(status.st_size);
-    if (size > largestFile)
-        return Error{name + " is larger than 1 GiB", EFBIG};
+    if (size > limit)
+        return Error{name + " is larger than " + std::to_string(limit) + " bytes", EFBIG};
     std::vector<uint8_t> bytes(size);
     for (size_t count = 0; count < size;) {
         const ssize_t got = ::read(file, bytes.data() + count, size - count);
@@ -170,7 +169,7 @@ Result<void> createEmptyFile(const ConfinedPath &file) {
     return {};
 }
 
-Result<std::vector<uint8_t>> readFile(const ConfinedPath &file) {
+Result<std::vector<uint8_t>> readFile(const ConfinedPath &file, size_t limit) {
     const auto place = placeOf(file);
     if (!place)
         return place.error();
@@ -178,7 +177,7 @@ Result<std::vector<uint8_t>> readFile(const ConfinedPath &file) {
                                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened)
         return systemError("Cannot open " + place->name, errno);
-    return readDescriptor(opened.get(), place->name);
+    return readDescriptor(opened.get(), place->name, limit);
 }
 
 } // namespace moxel

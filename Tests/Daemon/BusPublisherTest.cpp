@@ -405,6 +405,9 @@ TEST_F(DaemonBusPublisher, ManyConnectionsComeAndGo) {
 
 TEST_F(DaemonBusPublisher, ClientsAreTurnedAwayWhenDescriptorsAreUsedUp) {
     ASSERT_EQ(client().open(), 0U);
+    // Else the descriptor of that client's connection would come free again.
+    ASSERT_TRUE(handler.wasTold("disconnected"));
+    EXPECT_EQ(sendInput({0x35, 1}), 0U);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     folder.path("Device.hid").copy(address.sun_path, sizeof address.sun_path - 1);

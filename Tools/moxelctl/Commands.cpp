@@ -10,6 +10,10 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
     commands.push_back(makeMaskCommand());
     commands.push_back(makePrefsCommand());
     commands.push_back(makeSendCommand());
+    commands.push_back(makeExportCommand());
+    commands.push_back(makeCommandsCommand());
+    commands.push_back(makeSearchCommand());
+    commands.push_back(makeSettingsCommand());
     commands.push_back(makeDumpCommand());
     commands.push_back(makeRecordCommand());
     commands.push_back(makeReplayCommand());

@@ -14,6 +14,10 @@ namespace moxel::tool {
 [[nodiscard]] std::unique_ptr<Command> makeMaskCommand();
 [[nodiscard]] std::unique_ptr<Command> makePrefsCommand();
 [[nodiscard]] std::unique_ptr<Command> makeSendCommand();
+[[nodiscard]] std::unique_ptr<Command> makeExportCommand();
+[[nodiscard]] std::unique_ptr<Command> makeCommandsCommand();
+[[nodiscard]] std::unique_ptr<Command> makeSearchCommand();
+[[nodiscard]] std::unique_ptr<Command> makeSettingsCommand();
 [[nodiscard]] std::unique_ptr<Command> makeDumpCommand();
 [[nodiscard]] std::unique_ptr<Command> makeRecordCommand();
 [[nodiscard]] std::unique_ptr<Command> makeReplayCommand();

@@ -13,6 +13,7 @@
 
 namespace moxel {
 class Data;
+class Dictionary;
 class FileEventStream;
 class HIDDevice;
 class String;
@@ -21,6 +22,7 @@ class String;
 /// Borrowed references to objects of the class library; opaque in C.
 using MoxelStringRef = const moxel::String *;
 using MoxelDataRef = const moxel::Data *;
+using MoxelDictionaryRef = const moxel::Dictionary *;
 using MoxelHIDDeviceRef = moxel::HIDDevice *;
 using MoxelFileEventStreamRef = moxel::FileEventStream *;
 #else
@@ -29,6 +31,7 @@ using MoxelFileEventStreamRef = moxel::FileEventStream *;
 
 typedef const struct MoxelString *MoxelStringRef;
 typedef const struct MoxelData *MoxelDataRef;
+typedef const struct MoxelDictionary *MoxelDictionaryRef;
 typedef struct MoxelHIDDevice *MoxelHIDDeviceRef;
 typedef struct MoxelFileEventStream *MoxelFileEventStreamRef;
 #endif

@@ -245,6 +245,63 @@ MOXEL_EXPORT int16_t MoxelGetCurrentDevicePrefs(uint32_t deviceID, MoxelDevicePr
 /// Does nothing and returns kMoxelResultFailed, whatever the arguments. Any thread; at once.
 MOXEL_EXPORT int16_t MoxelSetButtonLabels(uint32_t deviceID, const void *labels);
 
+// ---------------------------------------------------------------------------------------------- Export
+
+// A registered application hands the driver its commands, its images and its settings, so that a person can
+// put them on the device's buttons. Each call writes a property list into the application's export folder,
+// Preferences/Moxel/Applications/BUNDLE_NAME in the user's library, where other programs of the driver find
+// it, and tells the driver which file to take. Commands and images are written for this run of the
+// application; settings outlive it.
+//
+// `clientID` 0 stands for the client of the calling thread. All return 0, or kMoxelResultFailed: no such
+// client, an argument that makes no sense, a file that cannot be written, or a driver that does not
+// acknowledge within 2.0 s; files that were written by then stay. They must not be called on the thread of a
+// threaded handler. An application whose bundle identifier, name or signature cannot be part of a file name
+// (a slash, say) exports nothing; the log tells why.
+//
+// When a button is pressed that stands for an action, the message handler gets a MoxelStateRecord with
+// command 10: `param` is the action's number and `appEventPressed` whether it was pressed or released.
+
+/// What the data argument of an export is: four characters, the first in the most significant byte.
+enum {
+    kMoxelExportTree = 0x6D767472,       ///< 'mvtr': the first top-level MoxelCommandSyncNode_s.
+    kMoxelExportImages = 0x6D76696D,     ///< 'mvim': an array of MoxelImage_s.
+    kMoxelExportDictionary = 0x6D766473, ///< 'mvds': commands: a keyed archive; images: a MoxelDictionaryRef.
+};
+
+/// Hands the driver commands; action sets that were written before in this run stay, but for those with the
+/// same identifier.
+///
+/// kMoxelExportTree: `data` is the first node of a tree, which must be an action set; `size` is not looked
+/// at. kMoxelExportDictionary: `data` is `size` bytes of a keyed archive of a dictionary that holds action
+/// sets under their identifiers.
+MOXEL_EXPORT int16_t MoxelClientWriteCommands(uint16_t clientID, uint32_t type, int64_t size,
+                                              const void *data);
+/// Makes an action set the active one, whose actions the buttons stand for; `actionSetID` is UTF-8.
+///
+/// The set need not have been written yet. Null is an error, although the file then names "(null)".
+MOXEL_EXPORT int16_t MoxelClientActivateActionSet(uint16_t clientID, const char *actionSetID);
+/// Stores one setting, UTF-8 name and value.
+///
+/// From the first call on, the settings file is watched: every later change of it, by whomever, is told as
+/// kMoxelMsgSettingsFileChanged. Returns 0 once the file is written, whether or not the driver acknowledges.
+MOXEL_EXPORT int16_t MoxelClientSetSettingValue(uint16_t clientID, const char *name, const char *value);
+/// Reads one setting as UTF-8 into a buffer of *length bytes.
+///
+/// *length becomes the number of UTF-16 units of the value, or 0 on failure. The buffer must be larger than
+/// that number; it always ends in a zero, and a value that needs more bytes than it has is cut behind a whole
+/// character. A setting that was never set reads as "(null)"; before the first setting is stored all calls
+/// fail.
+MOXEL_EXPORT int16_t MoxelClientGetSettingValue(uint16_t clientID, const char *name, char *buffer,
+                                                uint64_t *length);
+/// Hands the driver images; those that were written before in this run stay, but for those with the same
+/// identifier.
+///
+/// kMoxelExportImages: `data` is an array of `count` records. kMoxelExportDictionary: `data` is a
+/// MoxelDictionaryRef, whose entries replace all images; `count` must not be 0. Any other type writes the
+/// file as it was.
+MOXEL_EXPORT int16_t MoxelClientWriteImages(uint16_t clientID, uint32_t type, const void *data, size_t count);
+
 // ---------------------------------------------------------------------------------------------- Session
 // queries
 
