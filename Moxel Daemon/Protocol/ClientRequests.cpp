@@ -128,7 +128,7 @@ ReceivedRequest readRequest(std::span<const uint8_t> block) {
     const auto *known =
         std::find_if(knownRequests.begin(), knownRequests.end(),
                      [&name](const KnownRequest &candidate) { return name == candidate.name; });
-    if (known == knownRequests.end())
+    if (known == knownRequests.end() || !dictionary)
         return request;
     request.name = *name;
     request.dictionary = *dictionary;

@@ -41,7 +41,7 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
 
     DedicatedChannel(ChannelServices &services, Delegate &delegate, const Options &options, RunLoop &runLoop,
                      uint64_t channelID, int32_t processID);
-    ~DedicatedChannel();
+    ~DedicatedChannel() override;
 
     uint64_t channelID() const override { return description_.channelID; }
     [[nodiscard]] const ClientDescription &description() const noexcept { return description_; }

@@ -29,17 +29,17 @@ void addMembers(std::string &rows, const Dictionary &container, size_t depth) {
             continue;
         rows += std::string(4 + 2 * depth, ' ') + quotedText(entry.key.view()) + "  " +
                 text(member["label"]) + "\n";
-        if (member["type"] != Value("action") && depth < depthLimit)
+        if (!(member["type"].asString() == String("action")) && depth < depthLimit)
             addMembers(rows, member, depth + 1);
     }
 }
 
-std::string setRows(const Dictionary &commands, const Value &active) {
+std::string setRows(const Dictionary &commands, const String &active) {
     std::string rows;
     for (const Dictionary::Entry &entry : commands.entries()) {
         if (!entry.value.asDictionary())
             continue;
-        rows += std::string(active == Value(entry.key) ? "  * " : "    ") + quotedText(entry.key.view()) +
+        rows += std::string(active == entry.key ? "  * " : "    ") + quotedText(entry.key.view()) +
                 "  " + text(entry.value.asDictionary()["label"]) + "\n";
         addMembers(rows, entry.value.asDictionary(), 1);
     }

@@ -22,7 +22,7 @@ void addFinds(std::string &rows, const Dictionary &finds, const std::string &way
         if (!found)
             continue;
         const std::string label = quotedText(found["label"].asString().view());
-        if (found["type"] == Value("action"))
+        if (found["type"].asString() == String("action"))
             rows += way + label + "  " + quotedText(entry.key.view()) + "\n";
         else if (depth < depthLimit)
             addFinds(rows, found, way + label + " > ", depth + 1);
