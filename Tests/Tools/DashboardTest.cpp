@@ -22,15 +22,19 @@ class Dashboard : public ToolTest {
 
 TEST_F(Dashboard, ShowsBarsAndLampsAndTheLatestEvents) {
     startDaemon();
-    play("added 0x4D580001\nmotion 350 -175 0 0 0 0\nbuttons 0x5\npairing command=\"red \x1b[31m\"");
     Terminal terminal({MOXELCTL, "monitor", "--name", "demo"}, environment());
-    EXPECT_TRUE(terminal.awaitText("demo\"   4 events"));
+    ASSERT_TRUE(awaitListener());
+    happen("added 0x4D580001");
+    EXPECT_TRUE(terminal.awaitText("added        device 0x4D580001"));
+    happen("motion 350 -175 0 0 0 0");
     EXPECT_TRUE(terminal.awaitText("x  [" + times(" ", 24) + "|" + times("█", 24) + "]    350\x1b[K"));
     EXPECT_TRUE(
         terminal.awaitText("y  [" + times(" ", 12) + times("█", 12) + "|" + times(" ", 24) + "]   -175"));
+    happen("buttons 0x5");
     EXPECT_TRUE(terminal.awaitText("buttons ●○●○○○○○ ○○○○○○○○ ○○○○○○○○ ○○○○○○○○"));
-    EXPECT_TRUE(terminal.awaitText("added        device 0x4D580001"));
+    happen("pairing command=\"red \x1b[31m\"");
     EXPECT_TRUE(terminal.awaitText("pairing      {\"req\": \"red \\u001b[31m\"}"));
+    EXPECT_TRUE(terminal.awaitText("\"demo\"   4 events"));
     terminal.press('\x03'); // Ctrl-C
     const std::string all = terminal.readToEnd();
     EXPECT_EQ(terminal.exitStatus(), 0);
@@ -40,17 +44,22 @@ TEST_F(Dashboard, ShowsBarsAndLampsAndTheLatestEvents) {
 
 TEST_F(Dashboard, DrawsOverItsLastPicture) {
     startDaemon();
-    play("0.0 motion 1 0 0 0 0 0\n0.1 motion 2 0 0 0 0 0");
     Terminal terminal({MOXELCTL, "monitor", "--count", "2"}, environment());
+    ASSERT_TRUE(awaitListener());
+    happen("motion 1 0 0 0 0 0");
+    EXPECT_TRUE(terminal.awaitText("1 event\x1b"));
+    happen("motion 2 0 0 0 0 0");
     EXPECT_THAT(terminal.readToEnd(), HasSubstr("\x1b[13Aclient 1 \"moxelctl\"   2 events"));
     EXPECT_EQ(terminal.exitStatus(), 0);
 }
 
 TEST_F(Dashboard, DrawsWithPlainCharactersWhereTheLocaleHasNoOthers) {
     startDaemon();
-    play("motion 350 0 0 0 0 0\nbuttons 1");
     Terminal terminal({MOXELCTL, "monitor"}, inLocale("C"));
+    ASSERT_TRUE(awaitListener());
+    happen("motion 350 0 0 0 0 0");
     EXPECT_TRUE(terminal.awaitText("|" + times("#", 24) + "]"));
+    happen("buttons 1");
     EXPECT_TRUE(terminal.awaitText("buttons O......."));
 }
 

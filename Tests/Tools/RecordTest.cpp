@@ -28,6 +28,13 @@ std::string eventsOf(const std::string &trace) {
 
 class Record : public ToolTest {
   protected:
+    /// Returns when the recording holds the event.
+    void awaitLine(const std::string &event) const {
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        while (contentOf(trace).find(" " + event + "\n") == std::string::npos)
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << event;
+    }
+
     const std::string trace = folder.path("session.trace");
     const std::string demo = std::string(MOXEL_TRACES) + "/demo.trace";
 };
@@ -71,13 +78,19 @@ TEST_F(Record, WritesEveryKindOfEvent) {
 
 TEST_F(Record, NotesWhichDeviceIsServed) {
     startDaemon();
-    play("identity 0x1111 0x2222\nmotion 1 0 0 0 0 0\nidentity 0x1111 0x3333\nmotion 2 0 0 0 0 0\nmotion 3 0 "
-         "0 0 0 0");
-    ASSERT_EQ(run({"record", trace, "--count", "3"}).exitCode, 0);
-    EXPECT_THAT(
-        eventsOf(contentOf(trace)),
-        MatchesRegex("identity 0x1111 0x[23]+\nmotion 1 0 0 0 0 0\nidentity 0x1111 0x3333\nmotion 2 0 0 0 0 "
-                     "0\nmotion 3 0 0 0 0 0\n"));
+    ChildProcess record = startTool({"record", trace, "--count", "3"});
+    ASSERT_TRUE(awaitListener());
+    for (const std::string name : {"identity 0x1111 0x2222", "identity 0x1111 0x3333"}) {
+        happen(name);
+        ASSERT_TRUE(moxeld->waitUntil([](const auto &seen) { return seen.sendingClients == 0; }, patience));
+        happen("motion 1 0 0 0 0 0");
+        awaitLine(name);
+    }
+    happen("motion 2 0 0 0 0 0");
+    EXPECT_EQ(finish(record).exitCode, 0);
+    EXPECT_EQ(eventsOf(contentOf(trace)), "identity 0x1111 0x2222\nmotion 1 0 0 0 0 0\nidentity 0x1111 "
+                                          "0x3333\nmotion 1 0 0 0 0 0\nmotion 2 0 0 "
+                                          "0 0 0\n");
 }
 
 TEST_F(Record, MakesACommentOfWhatATraceCannotHold) {
@@ -115,8 +128,7 @@ TEST_F(Record, LosesNothingHoweverFastEventsCome) {
     last.command = 2;
     last.buttons = 1;
     ASSERT_EQ(moxeld->sendState(client->clientID, last), 1U);
-    for (std::string text; text.find(" buttons 0x1\n") == std::string::npos;)
-        text = contentOf(trace);
+    awaitLine("buttons 0x1");
     record.signal(SIGINT);
     EXPECT_EQ(finish(record).errors, "20001 events: 1 buttons, 20000 motion\n");
     const std::string events = eventsOf(contentOf(trace));
@@ -151,8 +163,7 @@ TEST_F(Record, KeepsWhatCameBeforeTheDriverLeft) {
     startDaemon();
     play("motion 1 0 0 0 0 0");
     ChildProcess record = startTool({"record", trace});
-    for (std::string text; text.find("motion") == std::string::npos;)
-        text = contentOf(trace);
+    awaitLine("motion 1 0 0 0 0 0");
     moxeld.reset();
     const Finished ended = finish(record);
     EXPECT_EQ(ended.exitCode, 3);

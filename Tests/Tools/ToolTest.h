@@ -84,6 +84,20 @@ class ToolTest : public ::testing::Test {
         ASSERT_TRUE(block.ok()) << block.error().message;
         ASSERT_TRUE(moxeld->playTrace(*block, {.waitForClient = true}).ok());
     }
+    /// Makes one thing happen now.
+    void happen(const std::string &event) const {
+        const Result<daemon::TraceBlock> block = daemon::parseTrace(event);
+        ASSERT_TRUE(block.ok()) << block.error().message;
+        ASSERT_TRUE(moxeld->playTrace(*block).ok());
+    }
+    /// True when a client is there that has asked for all buttons, as most commands do first.
+    [[nodiscard]] bool awaitListener() const {
+        return moxeld->waitUntil(
+            [](const daemon::Observation &seen) {
+                return seen.clients.size() == 1 && seen.clients[0].buttonMask == 0xFFFFFFFF;
+            },
+            patience);
+    }
     [[nodiscard]] bool awaitNoClients() const {
         return moxeld->waitUntil([](const daemon::Observation &seen) { return seen.clients.empty(); },
                                  patience);

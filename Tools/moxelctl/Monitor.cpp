@@ -5,6 +5,7 @@
 #include "Event.h"
 #include "EventLoop.h"
 #include "ExitCode.h"
+#include "Output.h"
 #include "Values/Format.h"
 
 #include <algorithm>
@@ -98,7 +99,7 @@ class Monitor {
         const std::vector<std::string> kinds = missing();
         for (const std::string &kind : kinds)
             complain("no " + kind + " event came");
-        if (!kinds.empty())
+        if (!kinds.empty() || outputIsBroken())
             return failure;
         if (end != End::driverLeft || options_.driverMayLeave || !options_.required.empty())
             return success;

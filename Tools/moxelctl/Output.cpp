@@ -11,27 +11,28 @@ namespace moxel::tool {
 
 namespace {
 
-bool readerLeft(int error) { return error == EPIPE || error == EBADF; }
-
-/// 0 or what went wrong first.
-int flushError() {
-    static int firstError = 0; // A stream forgets it, and fails silently from then on.
-    if (firstError == 0 && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
-        firstError = errno == 0 ? EIO : errno;
-        if (!readerLeft(firstError) && firstError != EINTR)
-            complain(systemError("cannot write to standard output", firstError).message);
-    }
-    return firstError;
-}
+/// What went wrong first; a stream forgets it, and fails silently from then on.
+int firstError = 0;
 
 } // namespace
 
-bool flushOutput() { return flushError() == 0; }
+bool flushOutput() {
+    if (firstError == 0 && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
+        firstError = errno == 0 ? EIO : errno;
+        if (outputIsBroken())
+            complain(systemError("cannot write to standard output", firstError).message);
+    }
+    return firstError == 0;
+}
+
+/// Interrupted: by a signal that asks the program to end, while a reader was slow.
+bool outputIsBroken() {
+    return firstError != 0 && firstError != EPIPE && firstError != EBADF && firstError != EINTR;
+}
 
 int printResult(const std::string &text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
-    const int error = flushError();
-    return error == 0 || readerLeft(error) ? success : failure;
+    return flushOutput() || !outputIsBroken() ? success : failure;
 }
 
 } // namespace moxel::tool
