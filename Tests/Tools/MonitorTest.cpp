@@ -34,7 +34,7 @@ TEST_F(Monitor, PrintsALineForEachEventAndASummary) {
                                     " +[0-9.]+  motion       axes 1 -2 3 -4 5 -6  buttons 0x00000000\n"
                                     " +[0-9.]+  buttons      axes 1 -2 3 -4 5 -6  buttons 0x80000001\n"
                                     " +[0-9.]+  application  command 10  param 7  value 9  pressed 1\n"
-                                    " +[0-9.]+  pairing      .\"slot\": 1, \"serial\": \"0...1\", \"req\": "
+                                    " +[0-9.]+  pairing      .\"slot\": 1, \"serial\": \"0..1\", \"req\": "
                                     "\"paired\".\n"
                                     " +[0-9.]+  removed      device 0x4D580001\n"));
     const Finished ended = finish(monitor);

@@ -61,11 +61,17 @@ TEST_F(Record, WritesEveryKindOfEvent) {
                                "pairing command=\"a \\\"b\\\" \\\\\" slot=1 on=true name=\"é #\"\n"
                                "cabled slot=2\n"
                                "removed 0x4D580001\n";
-    play(events);
-    const Finished record = run({"record", trace, "--count", "10"});
-    EXPECT_EQ(record.exitCode, 0) << record.errors;
-    EXPECT_EQ(record.output, "");
-    EXPECT_EQ(record.errors,
+    ChildProcess record = startTool({"record", trace, "--count", "10"});
+    ASSERT_TRUE(awaitListener());
+    std::istringstream lines(events);
+    for (std::string event; std::getline(lines, event);) {
+        happen(event);
+        awaitLine(event);
+    }
+    const Finished ended = finish(record);
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.errors,
               "10 events: 1 added, 2 application, 1 buttons, 1 motion, 2 pairing, 1 preferences, 1 "
               "removed, 1 sync\n");
     const std::string text = contentOf(trace);
