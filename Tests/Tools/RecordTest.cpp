@@ -204,6 +204,9 @@ TEST_F(Record, SaysThatItCannotWrite) {
 
 class Replay : public Record {
   protected:
+    static std::string withoutIdentity(const std::string &events) {
+        return std::regex_replace(events, std::regex("identity [^\n]*\n"), "");
+    }
     [[nodiscard]] Arguments withDaemon(Arguments arguments) const {
         arguments.insert(arguments.end(), {"--daemon", MOXELD});
         return arguments;
@@ -227,7 +230,8 @@ TEST_F(Replay, WhatWasRecordedFromAReplayIsTheTrace) {
         continue;
     const std::string copy = folder.path("copy.trace");
     EXPECT_EQ(run({"record", copy}).exitCode, 3);
-    EXPECT_EQ(eventsOf(contentOf(copy)), eventsOf(contentOf(trace)));
+    // When the driver names its device is seen from the next event only.
+    EXPECT_EQ(withoutIdentity(eventsOf(contentOf(copy))), withoutIdentity(eventsOf(contentOf(trace))));
     EXPECT_THAT(eventsOf(contentOf(trace)), HasSubstr("motion -350 0 350 -350 0 350\n"));
     EXPECT_EQ(finish(again).exitCode, 0);
 }

@@ -41,14 +41,19 @@ void Recorder::write(const Event &event) {
     ++counts_[kindName(event.kind)];
 }
 
-/// That the driver serves another device is told by nothing but the product that comes with a state.
+/// Nothing tells that the driver serves another device but the product that comes with a state, and the
+/// library when it is asked; not for each state, since it logs that.
 void Recorder::noteDevice(const Event &event) {
     if (event.kind == Event::Kind::added)
         preferences_.add(event.productID);
-    if (event.message != kMoxelMsgDeviceState || event.productID == productID_)
+    const bool isState = event.message == kMoxelMsgDeviceState;
+    if (isState && event.productID == productID_)
         return;
-    productID_ = event.productID;
-    file_.add(event.time, identityText(DevicePreferences::currentDevice()));
+    const uint32_t device = DevicePreferences::currentDevice();
+    if (isState || device != device_)
+        file_.add(event.time, identityText(device));
+    device_ = device;
+    productID_ = device == kMoxelDefaultDeviceID && !isState ? productID_ : device & 0xFFFF;
 }
 
 void Recorder::finish() {

@@ -47,7 +47,8 @@ class Recorder {
     std::atomic<int> waiting_{0};
     std::atomic<uint64_t> lost_{0};
     DevicePreferences preferences_;
-    uint32_t productID_ = 0; ///< That came with the last state record.
+    uint32_t device_ = kMoxelDefaultDeviceID; ///< The current one, when an event last came.
+    uint32_t productID_ = 0;                  ///< Of the device that the trace has named; 0 for none.
     uint64_t count_ = 0;
     std::map<std::string, uint64_t> counts_;
 };
