@@ -229,7 +229,10 @@ TEST_F(LiveClientMessage, Of2042BytesIsOneRequestThatIsNotAcknowledged) {
     ASSERT_TRUE(message);
     EXPECT_EQ(message->bytes, bytes);
     EXPECT_EQ(message->slices, 1U);
-    EXPECT_FALSE(moxeld->observe().requests.back().acknowledged);
+    const auto request = moxeld->waitForRequest(
+        [&bytes](const daemon::ReceivedRequest &received) { return received.bytes == bytes; }, patience);
+    ASSERT_TRUE(request);
+    EXPECT_FALSE(request->acknowledged);
     EXPECT_EQ(MoxelClientControl(clientID, 1, 2, nullptr), 0) << "the session goes on";
 }
 
