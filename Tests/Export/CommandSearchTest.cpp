@@ -15,9 +15,9 @@
 namespace moxel {
 namespace {
 
-using test::CapturedLog;
 using test::ExactText;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 Dictionary action(const char *label) { return {{"label", label}, {"type", "action"}}; }
 
@@ -40,6 +40,7 @@ class CommandSearching : public ::testing::Test {
 
     test::PlistStore store_;
     uint16_t finds_ = 4711;
+    test::CapturedLog log_; // one line for each action
 };
 
 TEST_F(CommandSearching, PartialSearchFindsWithinThePathOfReducedContainers) {
@@ -85,9 +86,8 @@ TEST_F(CommandSearching, EveryScriptHasLowerCase) {
 }
 
 TEST_F(CommandSearching, WithoutACounterTheLowerCasingFormFindsNothing) {
-    const CapturedLog log;
     EXPECT_FALSE(store_->dictionaryForSearchStringFromDict("open", commands(), false, false, nullptr));
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_THAT(log_.lines(), IsEmpty());
     EXPECT_TRUE(store_->dictionaryForSearchStringInDict("open", commands(), false, false, nullptr));
 }
 
@@ -102,11 +102,9 @@ TEST_F(CommandSearching, NothingIsFoundInNothing) {
 }
 
 TEST_F(CommandSearching, EachActionIsLogged) {
-    ASSERT_TRUE(store_->init());
-    const CapturedLog log;
     (void)search("P", commands());
-    EXPECT_THAT(log.lines(), ElementsAre("Search open compare to p", "Search copy compare to p",
-                                         "Search paste compare to p", "Search close compare to p"));
+    EXPECT_THAT(log_.lines(), ElementsAre("Search open compare to p", "Search copy compare to p",
+                                          "Search paste compare to p", "Search close compare to p"));
 }
 
 TEST_F(CommandSearching, FindsAreTheEntriesThemselves) {
