@@ -27,6 +27,7 @@ MutableArray zeros(size_t count) {
 uint64_t numberOf(MoxelHIDDeviceRef device) { return reinterpret_cast<uintptr_t>(device); }
 
 MoxelHIDDeviceRef handleOf(uint64_t number) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): archives hold handles as numbers.
     return reinterpret_cast<MoxelHIDDeviceRef>(static_cast<uintptr_t>(number));
 }
 
