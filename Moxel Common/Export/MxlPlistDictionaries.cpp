@@ -124,7 +124,7 @@ void MxlPlistDictionaries::cleanupExportFiles() const {
     const auto time = loginTime();
     const String base = exportedCommandsBaseDirPath();
     if (time && base)
-        removeFilesCreatedBefore(base.string(), *time);
+        removeFilesCreatedBefore(base.string(), fileTime(time->time_since_epoch()));
 }
 
 String MxlPlistDictionaries::exportedCommandsBaseDirPath() const {

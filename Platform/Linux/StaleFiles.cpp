@@ -32,7 +32,7 @@ struct FileDescription {
 };
 
 FileTime timeOf(const statx_timestamp &time) {
-    return FileTime(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+    return fileTime(std::chrono::seconds(time.tv_sec), std::chrono::nanoseconds(time.tv_nsec));
 }
 
 // An empty name describes the open folder itself.

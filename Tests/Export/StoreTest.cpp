@@ -454,6 +454,18 @@ TEST_F(Store, CleanUpKeepsWhatWasCreatedAtOrAfterTheLogin) {
     EXPECT_TRUE(fs::exists(path));
 }
 
+TEST_F(Store, CleanUpTakesLoginTimesBeyondAllMeasure) {
+    const std::string path = store_.write(store_.base("a.plist"));
+    {
+        const LoginTimeOverride login(LoginTime::min());
+        store_->cleanupExportFiles();
+        EXPECT_TRUE(fs::exists(path));
+    }
+    const LoginTimeOverride login(LoginTime::max());
+    store_->cleanupExportFiles();
+    EXPECT_FALSE(fs::exists(path));
+}
+
 TEST_F(Store, CleanUpRemovesNothingWhenTheLoginIsUnknown) {
     const std::string path = store_.write(store_.base("old.plist"));
     const LoginTimeOverride unknown(std::nullopt);
