@@ -105,10 +105,11 @@ TEST_F(List, SaysThatThereIsNoBusFolder) {
     const Finished list = run({"list"});
     EXPECT_EQ(list.exitCode, 3);
     EXPECT_EQ(list.output, "bus " + bus + ": it does not exist\n");
-    EXPECT_EQ(list.errors,
-              "moxelctl: no driver answers: there is no bus folder " + bus +
-                  "\n  Start the driver (moxeld). If it runs, set MOXEL_HID_BUS to the folder that it "
-                  "uses, for\n  both.\n");
+    EXPECT_EQ(
+        list.errors,
+        "moxelctl: no driver answers: there is no bus folder " + bus +
+            "\n  Start the driver (moxeld). If it runs already, set MOXEL_HID_BUS to the folder that it "
+            "uses.\n");
     EXPECT_EQ(Json::parse(run({"list", "--json"}).output)["buses"][0]["state"], "missing");
 }
 

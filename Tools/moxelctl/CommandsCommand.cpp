@@ -39,8 +39,8 @@ std::string setRows(const Dictionary &commands, const String &active) {
     for (const Dictionary::Entry &entry : commands.entries()) {
         if (!entry.value.asDictionary())
             continue;
-        rows += std::string(active == entry.key ? "  * " : "    ") + quotedText(entry.key.view()) +
-                "  " + text(entry.value.asDictionary()["label"]) + "\n";
+        rows += std::string(active == entry.key ? "  * " : "    ") + quotedText(entry.key.view()) + "  " +
+                text(entry.value.asDictionary()["label"]) + "\n";
         addMembers(rows, entry.value.asDictionary(), 1);
     }
     return rows;
@@ -93,11 +93,13 @@ class CommandsCommand final : public Command {
             ->type_name("");
         command.add_option("--application", filter_.name, "Name of the application")->type_name("NAME");
         command.add_flag("--json", json_, "Print a JSON array");
-        command.footer("\nShows what the driver's index of applications names; the active set is marked *.\n"
-                       "\n"
-                       "Examples:\n"
-                       "  moxelctl commands\n"
-                       "  moxelctl commands org.example.Viewer --json");
+        command.footer(
+            R"(
+Shows what the driver's index of applications names; the active set is marked *.
+
+Examples:
+  moxelctl commands
+  moxelctl commands org.example.Viewer --json)");
     }
 
     [[nodiscard]] static int showText(const std::vector<ExportedApplication> &applications) {

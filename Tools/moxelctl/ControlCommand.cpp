@@ -72,15 +72,16 @@ class ControlCommand final : public Command {
             ->type_name("N");
         command.add_flag("--json", json_, "Print one JSON object");
         command.footer(
-            "\nThe library answers mvid itself (the current device: vendor and product identifier, or\n"
-            "0x4D580001 while the driver has not named one) and ignores mveh. Every other code goes to\n"
-            "the driver, which acknowledges it and returns nothing.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl control mvid\n"
-            "  moxelctl control mvid --wait 2 --json\n"
-            "  moxelctl control mvxx 0x10\n"
-            "  moxelctl control mvxx -- -1");
+            R"(
+The library answers mvid itself (the current device: vendor and product identifier, or
+0x4D580001 while the driver has not named one) and ignores mveh. Every other code goes to
+the driver, which acknowledges it and returns nothing.
+
+Examples:
+  moxelctl control mvid
+  moxelctl control mvid --wait 2 --json
+  moxelctl control mvxx 0x10
+  moxelctl control mvxx -- -1)");
     }
 
     /// Nothing is delivered when the driver names a device, so it has to be looked for.

@@ -20,9 +20,9 @@ Finding findingOfBus(const SurveyedBus &bus) {
     const std::string problem = "the bus folder " + bus.place + " is not used: " + bus.problem;
     switch (bus.state) {
     case SurveyedBus::State::missing:
-        return {"there is no bus folder " + bus.place,
-                "Start the driver (moxeld). If it runs, set MOXEL_HID_BUS to the folder that it uses, for\n"
-                "both."};
+        return {
+            "there is no bus folder " + bus.place,
+            "Start the driver (moxeld). If it runs already, set MOXEL_HID_BUS to the folder that it uses."};
     case SurveyedBus::State::untrusted:
         return {problem, "Make it yours alone:\n"
                          "  chown \"$(id -u)\" " +

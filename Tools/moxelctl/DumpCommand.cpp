@@ -67,21 +67,19 @@ class DumpCommand final : public Command {
         command.add_flag("--full", full_, "Show all bytes of data, not only the first 256")
             ->excludes("--json");
         command.footer(
-            "\nReads binary, XML and old-style property lists. Keyed archives are decoded; records show "
-            "their\n"
-            "class and their members, whether the class is known or not. What stands in several places is\n"
-            "marked &N where it is shown and *N from then on.\n"
-            "\n"
-            "In JSON, what JSON has no form for is an object: {\"$data\": HEX}, {\"$date\": TEXT, "
-            "\"$seconds\":\n"
-            "SINCE_2001}, {\"$uid\": N}, {\"$real\": \"nan\"}, and a record {\"$class\": NAME, \"$classes\": "
-            "[...],\n"
-            "\"$members\": {...}}.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl dump settings.plist\n"
-            "  moxelctl dump archive.plist --json | jq\n"
-            "  moxelctl dump --raw < archive.plist");
+            R"(
+Reads binary, XML and old-style property lists. Keyed archives are decoded; records show their
+class and their members, whether the class is known or not. What stands in several places is
+marked &N where it is shown and *N from then on.
+
+In JSON, what JSON has no form for is an object: {"$data": HEX}, {"$date": TEXT, "$seconds":
+SINCE_2001}, {"$uid": N}, {"$real": "nan"}, and a record {"$class": NAME, "$classes": [...],
+"$members": {...}}.
+
+Examples:
+  moxelctl dump settings.plist
+  moxelctl dump archive.plist --json | jq
+  moxelctl dump --raw < archive.plist)");
     }
 
     [[nodiscard]] int show(const Value &value, const std::string &what, size_t size) const {

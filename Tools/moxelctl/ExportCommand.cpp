@@ -72,32 +72,28 @@ class ExportCommand final : public Command {
             ->type_name("N");
         command.add_flag("--json", json_, "Print JSON objects, one a line");
         command.footer(
-            "\nThe file is JSON or a property list of the same form: action sets, of which one is active, "
-            "and\n"
-            "settings. What has children inside a set is a category. All but \"sets\" and \"id\" may be "
-            "left\n"
-            "out.\n"
-            "\n"
-            "  {\"sets\": [{\"id\": \"edit\", \"label\": \"Editing\", \"children\": [\n"
-            "     {\"id\": \"copy\", \"label\": \"Copy\", \"description\": \"Copies\", \"image\": "
-            "\"/icons/copy.png\"},\n"
-            "     {\"id\": \"more\", \"label\": \"More\", \"children\": [{\"id\": \"cut\", \"label\": "
-            "\"Cut\"}]}]}],\n"
-            "   \"active\": \"edit\",\n"
-            "   \"settings\": {\"speed\": \"fast\"}}\n"
-            "\n"
-            "The reference driver puts the actions of the active set on the buttons in their order, those "
-            "of\n"
-            "a category where the category stands: here Copy on the first button and Cut on the second.\n"
-            "\n"
-            "With --count or --seconds the exit code is 1 when fewer than --count, or none, were pressed.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl export Examples/exporting.json\n"
-            "  moxelctl export Examples/exporting.json --watch\n"
-            "      show actions until Ctrl-C\n"
-            "  moxelctl export commands.plist --count 1 --seconds 60\n"
-            "      wait for a button");
+            R"(
+The file is JSON or a property list of the same form: action sets, of which one is active, and
+settings. What has children inside a set is a category. All but "sets" and "id" may be left
+out.
+
+  {"sets": [{"id": "edit", "label": "Editing", "children": [
+     {"id": "copy", "label": "Copy", "description": "Copies", "image": "/icons/copy.png"},
+     {"id": "more", "label": "More", "children": [{"id": "cut", "label": "Cut"}]}]}],
+   "active": "edit",
+   "settings": {"speed": "fast"}}
+
+The reference driver puts the actions of the active set on the buttons in their order, those of
+a category where the category stands: here Copy on the first button and Cut on the second.
+
+With --count or --seconds the exit code is 1 when fewer than --count, or none, were pressed.
+
+Examples:
+  moxelctl export Examples/exporting.json
+  moxelctl export Examples/exporting.json --watch
+      show actions until Ctrl-C
+  moxelctl export commands.plist --count 1 --seconds 60
+      wait for a button)");
     }
 
     [[nodiscard]] bool watches() const { return watches_ || count_ || seconds_; }

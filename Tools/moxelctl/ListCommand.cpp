@@ -184,16 +184,16 @@ class ListCommand final : public Command {
     void describe(CLI::App &command) override {
         command.add_flag("--json", json_, "Print one JSON object");
         command.footer(
-            "\nStates of a channel: ready (it answers), silent (it accepts connections and does not "
-            "answer),\n"
-            "stale (left behind by a publisher that is gone), untrusted (its publisher is neither root nor\n"
-            "this user), malformed (it breaks the rules of the bus), unreachable.\n"
-            "\n"
-            "Succeeds when there is a base channel for this session that is ready; exit code 3 otherwise.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl list\n"
-            "  moxelctl list --json | jq '.buses[].devices[] | select(.state != \"ready\")'");
+            R"(
+States of a channel: ready (it answers), silent (it accepts connections and does not answer),
+stale (left behind by a publisher that is gone), untrusted (its publisher is neither root nor
+this user), malformed (it breaks the rules of the bus), unreachable.
+
+Succeeds when there is a base channel for this session that is ready; exit code 3 otherwise.
+
+Examples:
+  moxelctl list
+  moxelctl list --json | jq '.buses[].devices[] | select(.state != "ready")')");
     }
 
     bool json_ = false;

@@ -32,16 +32,17 @@ class MaskCommand final : public Command {
                 throw CLI::ValidationError("mask", "give --events, --buttons or both");
         });
         command.footer(
-            "\nMasks belong to a session: they end with the command. It registers for all events, sets\n"
-            "the masks that are given, and goes on like \"moxelctl monitor\".\n"
-            "\n"
-            "Exit code 5 when the driver does not acknowledge a mask.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl mask --events motion\n"
-            "  moxelctl mask --events buttons --buttons 1,2 --seconds 10\n"
-            "  moxelctl mask --buttons 0xFF --seconds 0\n"
-            "      only see whether the driver takes it");
+            R"(
+Masks belong to a session: they end with the command. It registers for all events, sets
+the masks that are given, and goes on like "moxelctl monitor".
+
+Exit code 5 when the driver does not acknowledge a mask.
+
+Examples:
+  moxelctl mask --events motion
+  moxelctl mask --events buttons --buttons 1,2 --seconds 10
+  moxelctl mask --buttons 0xFF --seconds 0
+      only see whether the driver takes it)");
     }
 
     /// The functions do not tell whether the driver took the masks; the library's log does.

@@ -18,26 +18,26 @@ class MonitorCommand final : public Command {
         addMonitorOptions(command, options_);
         addEventMask(command, "--events,--mask", options_.events, "Events to ask for (default: all)");
         addButtonMask(command, "--buttons", options_.buttons, "Buttons to ask for (default: all)");
-        command.footer(
-            "\nOn a terminal it draws bars and lamps, elsewhere it prints a line for each event. A\n"
-            "summary follows on standard error, also after Ctrl-C.\n"
-            "\n"
-            "Kinds of event: motion, buttons, application (an application event), state (any other\n"
-            "state record), added, removed (a device), preferences, sync (of commands), pairing,\n"
-            "settings (the settings file changed).\n"
-            "\n"
-            "When the driver goes away the command ends with exit code 3; with --require only the\n"
-            "required kinds count.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl monitor\n"
-            "      bars and lamps until Ctrl-C\n"
-            "  moxelctl monitor --seconds 5 --plain\n"
-            "      lines for five seconds\n"
-            "  moxelctl monitor --json | jq --unbuffered -c .axes\n"
-            "      for programs\n"
-            "  moxelctl monitor --events buttons --count 1 --require buttons\n"
-            "      wait for a button");
+        command.footer(R"(
+On a terminal it draws bars and lamps, elsewhere it prints a line for each event. A
+summary follows on standard error, also after Ctrl-C.
+
+Kinds of event: motion, buttons, application (an application event), state (any other
+state record), added, removed (a device), preferences, sync (of commands), pairing,
+settings (the settings file changed).
+
+When the driver goes away the command ends with exit code 3; with --require only the
+required kinds count.
+
+Examples:
+  moxelctl monitor
+      bars and lamps until Ctrl-C
+  moxelctl monitor --seconds 5 --plain
+      lines for five seconds
+  moxelctl monitor --json | jq --unbuffered -c .axes
+      for programs
+  moxelctl monitor --events buttons --count 1 --require buttons
+      wait for a button)");
     }
 
     MonitorOptions options_;

@@ -72,14 +72,15 @@ class PrefsCommand final : public Command {
             ->capture_default_str();
         command.add_flag("--json", json_, "Print one JSON object");
         command.footer(
-            "\nThe driver sends preferences when a client registers and when they change. What the bytes\n"
-            "mean beyond the device's identifier is the driver's.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl prefs\n"
-            "  moxelctl prefs --device 0x4D580001 --json\n"
-            "  moxelctl prefs --seconds 60\n"
-            "      wait for a change");
+            R"(
+The driver sends preferences when a client registers and when they change. What the bytes
+mean beyond the device's identifier is the driver's.
+
+Examples:
+  moxelctl prefs
+  moxelctl prefs --device 0x4D580001 --json
+  moxelctl prefs --seconds 60
+      wait for a change)");
     }
 
     Handlers handlers() {

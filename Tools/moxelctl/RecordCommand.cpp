@@ -55,13 +55,14 @@ class RecordCommand final : public Command {
         addEventMask(command, "--events", events_, "Events to ask for (default: all)");
         command.add_flag("--force", overwrites_, "Write over a file that is there");
         command.footer(
-            "\nEvents are written as they come; Ctrl-C ends the trace. What a trace has no event for\n"
-            "becomes a comment in it.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl record session.trace\n"
-            "  moxelctl record session.trace --seconds 10 --force\n"
-            "  moxelctl record - | grep buttons");
+            R"(
+Events are written as they come; Ctrl-C ends the trace. What a trace has no event for
+becomes a comment in it.
+
+Examples:
+  moxelctl record session.trace
+  moxelctl record session.trace --seconds 10 --force
+  moxelctl record - | grep buttons)");
     }
 
     [[nodiscard]] static int exitCode(End end, const Result<void> &written) {

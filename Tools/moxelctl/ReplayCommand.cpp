@@ -54,18 +54,19 @@ class ReplayCommand final : public Command {
         command.add_flag("--show", shows_, "Play it on a bus of its own and show the events that arrive");
         addOptionsOfShow(command);
         command.footer(
-            "\nStarts the reference daemon (moxeld), which plays the trace to every client, from the\n"
-            "moment that the first one registers, and ends with it. No other driver may serve this\n"
-            "user meanwhile. With --show the daemon runs on a bus of its own, where a driver that\n"
-            "serves this user does not disturb it.\n"
-            "\n"
-            "Documentation/Traces.md describes traces.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl replay session.trace\n"
-            "  moxelctl replay session.trace --loop --speed 2\n"
-            "  moxelctl replay session.trace --show\n"
-            "  moxelctl replay session.trace --show --json > events.json");
+            R"(
+Starts the reference daemon (moxeld), which plays the trace to every client, from the
+moment that the first one registers, and ends with it. No other driver may serve this
+user meanwhile. With --show the daemon runs on a bus of its own, where a driver that
+serves this user does not disturb it.
+
+Documentation/Traces.md describes traces.
+
+Examples:
+  moxelctl replay session.trace
+  moxelctl replay session.trace --loop --speed 2
+  moxelctl replay session.trace --show
+  moxelctl replay session.trace --show --json > events.json)");
     }
 
     void addOptionsOfShow(CLI::App &command) {

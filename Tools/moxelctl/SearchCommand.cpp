@@ -61,13 +61,14 @@ class SearchCommand final : public Command {
             ->type_name("BUNDLE");
         command.add_option("--application", filter_.name, "Only of applications of that name")
             ->type_name("NAME");
-        command.footer("\nPrints a line for each command: application, set, categories, label and "
-                       "identifier. Exit code\n"
-                       "1 when there is none.\n"
-                       "\n"
-                       "Examples:\n"
-                       "  moxelctl search copy\n"
-                       "  moxelctl search --exact Open --application Viewer");
+        command.footer(
+            R"(
+Prints a line for each command: application, set, categories, label and identifier. Exit code
+1 when there is none.
+
+Examples:
+  moxelctl search copy
+  moxelctl search --exact Open --application Viewer)");
     }
 
     std::string text_;

@@ -42,12 +42,13 @@ class SendCommand final : public Command {
         command.add_option("FILE", path_, "File to send; - is standard input")->required()->type_name("");
         command.add_flag("--json", json_, "Print one JSON object");
         command.footer(
-            "\nUp to 2,042 bytes go out at once and are not acknowledged. More are sent in slices of 2,042\n"
-            "bytes, and the driver acknowledges each; exit code 5 when it does not.\n"
-            "\n"
-            "Examples:\n"
-            "  moxelctl send message.plist\n"
-            "  printf 'hello' | moxelctl send -");
+            R"(
+Up to 2,042 bytes go out at once and are not acknowledged. More are sent in slices of 2,042
+bytes, and the driver acknowledges each; exit code 5 when it does not.
+
+Examples:
+  moxelctl send message.plist
+  printf 'hello' | moxelctl send -)");
     }
 
     [[nodiscard]] int send(uint16_t clientID, const std::vector<uint8_t> &content) const {

@@ -41,13 +41,14 @@ class SettingsCommand final : public Command {
             action->add_option("--name", name_, "Register under this name, whose settings these are")
                 ->type_name("NAME")
                 ->capture_default_str();
-        command.footer("\nSettings belong to this program under the name that it registers with. A setting "
-                       "that was never\n"
-                       "set reads as (null).\n"
-                       "\n"
-                       "Examples:\n"
-                       "  moxelctl settings set speed fast\n"
-                       "  moxelctl settings get speed");
+        command.footer(
+            R"(
+Settings belong to this program under the name that it registers with. A setting that was never
+set reads as (null).
+
+Examples:
+  moxelctl settings set speed fast
+  moxelctl settings get speed)");
     }
 
     [[nodiscard]] int set(uint16_t clientID) const {

@@ -12,20 +12,20 @@ namespace moxel::tool {
 
 namespace {
 
-constexpr const char *footer =
-    "\nmoxelctl COMMAND --help shows the options of a command, and examples.\n"
-    "\n"
-    "Exit codes:\n"
-    "  0  success\n"
-    "  1  the command did not get what it wanted\n"
-    "  2  wrong usage\n"
-    "  3  no driver answers, or it went away\n"
-    "  4  the driver does not register this program\n"
-    "  5  the driver does not answer a request\n"
-    "\n"
-    "Environment:\n"
-    "  MOXEL_HID_BUS  the folder of the bus (default: $XDG_RUNTIME_DIR/moxel/hid, else /run/moxel/hid)\n"
-    "  MOXEL_LOG      stderr shows every step of the library, off none (default: the system's log)";
+constexpr const char *footer = R"(
+moxelctl COMMAND --help shows the options of a command, and examples.
+
+Exit codes:
+  0  success
+  1  the command did not get what it wanted
+  2  wrong usage
+  3  no driver answers, or it went away
+  4  the driver does not register this program
+  5  the driver does not answer a request
+
+Environment:
+  MOXEL_HID_BUS  the folder of the bus (default: $XDG_RUNTIME_DIR/moxel/hid, else /run/moxel/hid)
+  MOXEL_LOG      stderr shows every step of the library, off none (default: the system's log))";
 
 int runProgram(int argumentCount, char **arguments) {
     CLI::App program("Looks at the driver for 3D motion controllers and talks to it.", "moxelctl");
