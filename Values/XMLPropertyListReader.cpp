@@ -9,9 +9,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <expat.h>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <type_traits>
 #include <vector>
@@ -111,8 +113,12 @@ class XMLReader {
     void add(Value value);
     void fail(const std::string &message);
     void failInParser();
+    [[nodiscard]] bool hasFailed() const noexcept { return isOutOfMemory_ || !error_.empty(); }
+    [[nodiscard]] Error failure() const;
 
-    static XMLReader &from(void *reader) { return *static_cast<XMLReader *>(reader); }
+    /// Lets no exception into the parser, whose frames are C.
+    template <class Body>
+    static void handle(void *reader, Body &&body) noexcept;
 
     using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)>;
 
@@ -124,7 +130,25 @@ class XMLReader {
     size_t firstLine_ = 0; ///< The line of the bytes on which the parser's text begins.
     Value root_;
     std::string error_;
+    bool isOutOfMemory_ = false; ///< Nothing is known to be wrong with the bytes.
 };
+
+template <class Body>
+void XMLReader::handle(void *reader, Body &&body) noexcept {
+    XMLReader &self = *static_cast<XMLReader *>(reader);
+    if (self.hasFailed())
+        return;
+    try {
+        body(self);
+    } catch (const std::bad_alloc &) {
+        self.isOutOfMemory_ = true;
+        XML_StopParser(self.parser_.get(), XML_FALSE);
+    }
+}
+
+Error XMLReader::failure() const {
+    return isOutOfMemory_ ? Error{"XML property list: out of memory", ENOMEM} : Error{error_};
+}
 
 Result<Value> XMLReader::read(std::span<const uint8_t> bytes) {
     std::string storage;
@@ -140,10 +164,10 @@ Result<Value> XMLReader::read(std::span<const uint8_t> bytes) {
     const bool hasMark = detail::detectTextEncoding(bytes).markSize > 0;
     parser_.reset(XML_ParserCreate(isConverted || hasMark ? "UTF-8" : nullptr));
     if (!parser_)
-        return Error{"XML property list: out of memory"};
+        return Error{"XML property list: out of memory", ENOMEM};
     installHandlers();
     if (!parse(text.substr(start)))
-        return Error{error_};
+        return failure();
     return std::move(root_);
 }
 
@@ -157,36 +181,44 @@ bool XMLReader::parse(std::string_view text) {
         isLast = text.empty();
         if (XML_Parse(parser_.get(), piece.data(), static_cast<int>(piece.size()), isLast) == XML_STATUS_OK)
             continue;
-        if (error_.empty())
+        if (!hasFailed())
             failInParser();
         return false;
     }
-    return error_.empty();
+    return !hasFailed();
 }
 
 void XMLReader::installHandlers() {
     XML_Parser parser = parser_.get();
     XML_SetUserData(parser, this);
     XML_SetElementHandler(
-        parser, [](void *reader, const char *name, const char **) { from(reader).startElement(name); },
-        [](void *reader, const char *) { from(reader).endElement(); });
+        parser,
+        [](void *reader, const char *name, const char **) {
+            handle(reader, [name](XMLReader &self) { self.startElement(name); });
+        },
+        [](void *reader, const char *) { handle(reader, [](XMLReader &self) { self.endElement(); }); });
     XML_SetCharacterDataHandler(parser, [](void *reader, const char *text, int length) {
-        from(reader).characters({text, static_cast<size_t>(length)});
+        handle(reader, [&](XMLReader &self) { self.characters({text, static_cast<size_t>(length)}); });
     });
     XML_SetEntityDeclHandler(parser, [](void *reader, const char *name, int, const char *, int, const char *,
                                         const char *, const char *, const char *) {
-        from(reader).fail("entity \"" + std::string(name) + "\" is declared, which is not supported,");
+        handle(reader, [name](XMLReader &self) {
+            self.fail("entity \"" + std::string(name) + "\" is declared, which is not supported,");
+        });
     });
     // Called for entities that a DTD, which is never read, might have declared.
     XML_SetSkippedEntityHandler(parser, [](void *reader, const char *name, int) {
-        from(reader).fail("unknown entity \"" + std::string(name) + "\"");
+        handle(reader,
+               [name](XMLReader &self) { self.fail("unknown entity \"" + std::string(name) + "\""); });
     });
-    XML_SetAttlistDeclHandler(parser, [](void *reader, const char *, const char *, const char *, const char *,
-                                         int) { from(reader).declareAttribute(); });
+    XML_SetAttlistDeclHandler(parser,
+                              [](void *reader, const char *, const char *, const char *, const char *, int) {
+                                  handle(reader, [](XMLReader &self) { self.declareAttribute(); });
+                              });
 }
 
 void XMLReader::fail(const std::string &message) {
-    if (!error_.empty())
+    if (hasFailed())
         return;
     error_ = "XML property list: " + message + " at line " +
              std::to_string(firstLine_ + XML_GetCurrentLineNumber(parser_.get())) + ", column " +
@@ -194,7 +226,11 @@ void XMLReader::fail(const std::string &message) {
     XML_StopParser(parser_.get(), XML_FALSE);
 }
 
-void XMLReader::failInParser() { fail(XML_ErrorString(XML_GetErrorCode(parser_.get()))); }
+void XMLReader::failInParser() {
+    const XML_Error error = XML_GetErrorCode(parser_.get());
+    isOutOfMemory_ = error == XML_ERROR_NO_MEMORY;
+    fail(XML_ErrorString(error));
+}
 
 void XMLReader::declareAttribute() {
     if (++attributeDeclarations_ > maximumAttributeDeclarations)
@@ -202,8 +238,6 @@ void XMLReader::declareAttribute() {
 }
 
 void XMLReader::startElement(std::string_view name) {
-    if (!error_.empty())
-        return;
     const Element element = elementNamed(name);
     if (element == Element::unknown)
         return fail("unknown element <" + std::string(name) + ">");
@@ -223,7 +257,7 @@ void XMLReader::startElement(std::string_view name) {
 }
 
 void XMLReader::characters(std::string_view text) {
-    if (!error_.empty() || open_.empty())
+    if (open_.empty())
         return;
     if (!isContainer(open_.back()))
         text_ += text;
@@ -232,8 +266,6 @@ void XMLReader::characters(std::string_view text) {
 }
 
 void XMLReader::endElement() {
-    if (!error_.empty())
-        return;
     if (isContainer(open_.back()))
         finishContainer();
     else

@@ -13,7 +13,7 @@ namespace {
 
 /// The current device, or the default while none is known.
 uint32_t deviceIdentifier(const MoxelClientAPI &client) {
-    const uint32_t identifier = uint32_t{client.m_uVendorID()} << 16 | client.m_uProductID();
+    const uint32_t identifier = client.m_uDeviceID();
     return identifier != 0 ? identifier : uint32_t{kMoxelDefaultDeviceID};
 }
 

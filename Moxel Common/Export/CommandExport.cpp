@@ -104,6 +104,10 @@ bool writeActiveSet(const String &path, const String &identifier) {
     }
     MutableDictionary commands = (*file)[kMxKeyAppCommands].asMutableDictionary();
     if (!commands) {
+        if ((*file)[kMxKeyAppCommands]) {
+            logExportError(activateFunction, {path.string() + " holds no dictionary of commands"});
+            return false;
+        }
         commands = MutableDictionary::withCapacity(1);
         file->set(kMxKeyAppCommands, commands);
     }

@@ -76,7 +76,7 @@ Result<MutableDictionary> readExportDictionary(const std::string &path) {
         return bytes.error();
     const auto list = readMutablePropertyList(*bytes);
     if (!list)
-        return Error{path + ": " + list.error().message};
+        return Error{path + ": " + list.error().message, list.error().code};
     auto dictionary = list->asMutableDictionary();
     if (!dictionary)
         return Error{path + " does not hold a dictionary"};

@@ -42,6 +42,9 @@ Result<void> checkImage(const MoxelImage_s &image, size_t index, bool writesFile
 
 /// The bytes where the application has them; without a place when there cannot be so many.
 std::span<const uint8_t> bytesOf(const MoxelImageData_s &image) {
+    static constexpr uint8_t nothing = 0;
+    if (image.size == 0)
+        return {&nothing, size_t{0}};
     if (!image.data || image.size > PTRDIFF_MAX)
         return {};
     return {image.data, image.size};

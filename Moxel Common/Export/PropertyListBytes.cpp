@@ -4,6 +4,7 @@
 #include "Values/DeepCopy.h"
 #include "Values/PropertyList.h"
 
+#include <cerrno>
 #include <cmath>
 #include <unordered_set>
 #include <utility>
@@ -45,7 +46,10 @@ Result<Value> readMutablePropertyList(std::span<const uint8_t> bytes) {
     auto list = readPropertyList(bytes);
     if (!list)
         return list.error();
-    return deepMutableCopy(list->root);
+    auto copy = deepMutableCopy(list->root);
+    if (!copy) // The bytes are a sound list, which must not pass for none.
+        return Error{copy.error().message, EFBIG};
+    return copy;
 }
 
 Result<Data> losslessPropertyList(const Value &root) {

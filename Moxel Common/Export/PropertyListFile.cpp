@@ -2,7 +2,7 @@
 
 #include "Export/ExportFile.h"
 #include "Export/PropertyListBytes.h"
-#include "Helpers/FileContents.h"
+#include "Platform/FileContents.h"
 #include "Values/PropertyList.h"
 #include <Moxel/MxlPlistDictionaries.h>
 

@@ -2,11 +2,13 @@
 #include "Export/ClientExport.h"
 #include "Export/ExportFile.h"
 #include "ExportedCall.h"
+#include "Platform/FolderLock.h"
 #include "Session/ClientRegistry.h"
 #include <Moxel/CFileObserver.h>
 #include <Moxel/MoxelClient.h>
 
 #include <algorithm>
+#include <chrono>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -20,7 +22,16 @@ constexpr const char *setFunction =
 constexpr const char *getFunction =
     "int16_t MoxelClientGetSettingValue(uint16_t, const char *, char *, uint64_t *)";
 
-bool writeSetting(const String &path, const char *name, const char *value) {
+// As long as a call waits for an acknowledgement.
+constexpr std::chrono::milliseconds lockLimit{2000};
+
+bool writeSetting(const String &folder, const String &path, const char *name, const char *value) {
+    // Other processes of the application change the same file.
+    const Result<FolderLock> lock = FolderLock::take(folder.string(), lockLimit);
+    if (!lock.ok()) {
+        logExportError(setFunction, lock.error());
+        return false;
+    }
     Result<MutableDictionary> settings = readOrBeginExport(path);
     if (!settings.ok()) {
         logExportError(setFunction, settings.error());
@@ -36,7 +47,7 @@ int16_t setSettingValue(uint16_t clientID, const char *name, const char *value) 
     if (!client)
         return kMoxelResultFailed;
     const String path = prepareExport(*client, ExportFile::settings, setFunction);
-    if (!path || !writeSetting(path, name, value))
+    if (!path || !writeSetting(client->stringSyncedResourcesPath(), path, name, value))
         return kMoxelResultFailed;
     const std::shared_ptr<CFileObserver> observer = client->observerSettingsFile();
     if (observer && !observer->isObserving())

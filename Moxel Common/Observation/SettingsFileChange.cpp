@@ -1,4 +1,5 @@
 // Tells the application and the driver's user interface that the application's settings file changed.
+#include "ExportedCall.h"
 #include "Helpers/Logging.h"
 #include "Platform/DistributedNotificationCenter.h"
 #include "Platform/NotificationCenter.h"
@@ -41,7 +42,9 @@ void MoxelClientAPI::fileChangeNotification(const Notification &notification) {
     if (!info)
         return;
     const String path = appendPathComponent(info->folderName(), info->fileName());
-    deliverSettingsChange(*makeSettingsChange(info->eventReason()));
+    // What the application's handler throws keeps neither this request nor the other clients from their turn.
+    exportedCall("fileChangeNotification",
+                 [&] { deliverSettingsChange(*makeSettingsChange(info->eventReason())); });
     postUserInterfaceRequest(path);
 }
 

@@ -58,8 +58,7 @@ void MoxelClientAPI::parseDict(const Dictionary &dictionary, const String &withR
     else if (request == "uprf")
         deliverPreferences(dictionary);
     else if (request == "udev") {
-        setM_uVendorID(dictionary["vid"].uint16Value());
-        setM_uProductID(dictionary["pid"].uint16Value());
+        setM_uDeviceID(uint32_t{dictionary["vid"].uint16Value()} << 16 | dictionary["pid"].uint16Value());
     } else if (request == "devadd")
         deliverDeviceAdded(dictionary);
     else if (request == "devrm")

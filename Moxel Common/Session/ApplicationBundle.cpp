@@ -1,6 +1,6 @@
 #include "Session/ApplicationBundle.h"
 
-#include "Helpers/FileContents.h"
+#include "Platform/FileContents.h"
 #include "Values/Format.h"
 #include "Values/PropertyList.h"
 

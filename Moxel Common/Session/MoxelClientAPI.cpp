@@ -185,6 +185,12 @@ void MoxelClientAPI::setField(T &field, T value) {
     std::swap(field, value); // The old value is released after the lock.
 }
 
+void MoxelClientAPI::setDeviceIDBits(uint32_t mask, uint32_t bits) noexcept {
+    uint32_t current = m_uDeviceID_.load();
+    while (!m_uDeviceID_.compare_exchange_weak(current, (current & ~mask) | bits))
+        ;
+}
+
 std::recursive_mutex &MoxelClientAPI::classLock() {
     static std::recursive_mutex &lock = *new std::recursive_mutex;
     return lock;

@@ -2,6 +2,7 @@
 #include "Platform/ConfinedFiles.h"
 
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/FileReading.h"
 #include "Platform/Linux/TemporaryFile.h"
 
 #include <cerrno>
@@ -68,7 +69,8 @@ Result<Descriptor> openBase(const std::string &base, bool make) {
 
 // Returns when the new folder is on the disk; succeeds when something has that name already.
 Result<void> makeFolderIn(int folder, const char *name) {
-    if (::mkdirat(folder, name, S_IRWXU) == 0 ? ::fsync(folder) == 0 : errno == EEXIST)
+    // Some file systems do not sync folders.
+    if (::mkdirat(folder, name, S_IRWXU) == 0 ? ::fsync(folder) == 0 || errno == EINVAL : errno == EEXIST)
         return {};
     return Error{std::generic_category().message(errno), errno};
 }
@@ -107,28 +109,6 @@ Result<Place> placeOf(const ConfinedPath &file) {
     if (!folder)
         return folder.error();
     return Place{std::move(*folder), std::move(names->back())};
-}
-
-Result<std::vector<uint8_t>> readDescriptor(int file, const std::string &name, size_t limit) {
-    struct stat status {};
-    if (::fstat(file, &status) != 0)
-        return systemError("Cannot read " + name, errno);
-    if (!S_ISREG(status.st_mode))
-        return Error{name + " is not a regular file", EINVAL};
-    const auto size = static_cast<size_t>(status.st_size);
-    if (size > limit)
-        return Error{name + " is larger than " + std::to_string(limit) + " bytes", EFBIG};
-    std::vector<uint8_t> bytes(size);
-    for (size_t count = 0; count < size;) {
-        const ssize_t got = ::read(file, bytes.data() + count, size - count);
-        if (got > 0)
-            count += static_cast<size_t>(got);
-        else if (got == 0)
-            return Error{name + " changed while it was read", EBUSY};
-        else if (errno != EINTR)
-            return systemError("Cannot read " + name, errno);
-    }
-    return bytes;
 }
 
 } // namespace
@@ -177,7 +157,7 @@ Result<std::vector<uint8_t>> readFile(const ConfinedPath &file, size_t limit) {
                                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened)
         return systemError("Cannot open " + place->name, errno);
-    return readDescriptor(opened.get(), place->name, limit);
+    return readOpenFile(opened.get(), place->name, limit);
 }
 
 } // namespace moxel

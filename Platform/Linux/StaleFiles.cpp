@@ -28,6 +28,7 @@ struct FileIdentity {
 struct FileDescription {
     FileIdentity identity;
     bool isFolder = false;
+    bool isMountPoint = false; ///< A bind mount of the same file system, too.
     FileTime created;
 };
 
@@ -44,6 +45,7 @@ std::optional<FileDescription> describe(int folder, const char *name) {
     const bool hasCreationTime = (status.stx_mask & STATX_BTIME) != 0;
     return FileDescription{{makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino},
                            S_ISDIR(status.stx_mode),
+                           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0,
                            timeOf(hasCreationTime ? status.stx_btime : status.stx_ctime)};
 }
 
@@ -105,7 +107,8 @@ class StaleFileRemover {
 
     void visit(const std::string &name) {
         const auto description = describe(current_.get(), name.c_str());
-        if (!description || description->identity.device != levels_.back().identity.device)
+        if (!description || description->isMountPoint ||
+            description->identity.device != levels_.back().identity.device)
             return;
         const bool isStale = levels_.back().isStale || description->created < limit_;
         if (description->isFolder && enter(name, *description, isStale))

@@ -98,7 +98,7 @@ Result<void> TemporaryFile::renameTo(const std::string &name) {
     if (::renameat(folder_, name_.c_str(), folder_, name.c_str()) != 0)
         return systemError("Cannot replace " + name, errno);
     name_.clear();
-    if (::fsync(folder_) != 0)
+    if (::fsync(folder_) != 0 && errno != EINVAL) // Some file systems have no such thing for folders.
         return systemError("Cannot write the folder to the disk", errno);
     return {};
 }

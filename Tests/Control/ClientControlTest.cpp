@@ -158,6 +158,11 @@ TEST_F(ClientControl, IsLoggedFromEntryToExit) {
     EXPECT_EQ(lines.back(), "Exit: MoxelClientControl message 6d76424c param -2 error 0");
 }
 
+TEST_F(ClientControl, HoldsTheClassLockUntilItIsSent) {
+    EXPECT_EQ(locksDuring([] { EXPECT_EQ(MoxelClientControl(clientID, otherCode, 1, nullptr), 0); }),
+              (std::vector<bool>{true, true, false}));
+}
+
 TEST_F(ClientControl, ThatCannotBeSentFails) {
     test::CapturedLog log;
     dedicated->setReportStatus = HIDStatus::error;

@@ -163,6 +163,10 @@ TEST_F(ClientMasks, FailuresOfTheChannelAreSwallowed) {
     EXPECT_EQ(reportCount(), 1U);
 }
 
+TEST_F(ClientMasks, HoldTheClassLockUntilTheyAreSent) {
+    EXPECT_EQ(locksDuring([] { SetMoxelClientMask(clientID, 1); }), (std::vector<bool>{true, true, false}));
+}
+
 TEST_F(ClientMasks, WaitForTheAcknowledgement) {
     test::CapturedLog log;
     acknowledges = false;

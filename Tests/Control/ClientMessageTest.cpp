@@ -111,6 +111,11 @@ TEST_F(ClientMessage, EachSliceWaitsForItsAcknowledgement) {
     EXPECT_EQ(log.count(function + " sendUserRequestData returning, 0 (Failure!)"), 2U);
 }
 
+TEST_F(ClientMessage, HoldsTheClassLockUntilItsLastSliceIsSent) {
+    EXPECT_EQ(locksDuring([] { EXPECT_EQ(sendMessage(clientID, numberedBytes(2043)), 0); }),
+              (std::vector<bool>{true, true, true, true, false}));
+}
+
 TEST_F(ClientMessage, SliceThatFailsDoesNotStopTheOthers) {
     test::CapturedLog log;
     dedicated->onSetReport = [this](const test::SentReport &report) {

@@ -113,6 +113,20 @@ TEST_F(DevicePreferences, AreLoggedWithTheirClient) {
     EXPECT_EQ(log.lines(), line);
 }
 
+TEST_F(DevicePreferences, AreReadUnderTheClassLock) {
+    storePreferences(numberedPreferences());
+    bool wasHeld = false;
+    {
+        const LogCapture capture([&wasHeld](LogLevel, std::string_view line) {
+            if (line.starts_with("*** int16_t MoxelGetCurrentDevicePrefs"))
+                wasHeld = classLockIsHeld();
+        });
+        EXPECT_EQ(MoxelGetCurrentDevicePrefs(deviceID, &record), 0);
+    }
+    EXPECT_TRUE(wasHeld);
+    EXPECT_FALSE(classLockIsHeld()) << "and let go of it";
+}
+
 TEST_F(DevicePreferences, ButtonLabelsAreRefused) {
     test::CapturedLog log;
     EXPECT_EQ(MoxelSetButtonLabels(0, nullptr), -1);

@@ -302,5 +302,17 @@ TEST_F(ExportFile, WhatIsNoDictionaryIsToldFromWhatIsMissing) {
     EXPECT_EQ(missing.error().code, ENOENT);
 }
 
+TEST_F(ExportFile, DictionaryTooLargeToCopyIsToldFromWhatIsNoDictionary) {
+    Value value = Dictionary{{"a", "b"}};
+    for (int level = 0; level < 60; ++level)
+        value = Dictionary{{"a", value}, {"b", value}};
+    const auto bytes = writeBinaryPropertyList(value);
+    ASSERT_TRUE(bytes);
+    ASSERT_TRUE(writeExportFile(file(), bytes->bytes()));
+    const auto dictionary = readExportDictionary(file());
+    ASSERT_FALSE(dictionary);
+    EXPECT_EQ(dictionary.error().code, EFBIG);
+}
+
 } // namespace
 } // namespace moxel

@@ -1,5 +1,6 @@
 // The five export functions against a channel that acknowledges: their files, requests, results and log
 // lines.
+#include "Platform/FolderLock.h"
 #include "Support/CapturedLog.h"
 #include "Support/ExportingClient.h"
 #include "Support/PlistJSON.h"
@@ -11,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
+#include <future>
 #include <thread>
 #include <unistd.h>
 
@@ -244,6 +247,50 @@ TEST_F(WriteCommands, DoNotReplaceWhatCannotBeReadNow) {
     EXPECT_TRUE(fs::is_directory(exporter.commandsPath()));
 }
 
+TEST_F(WriteCommands, DoNotReplaceAFileWhoseSharedPartsAreTooManyToMerge) {
+    Value set = Dictionary{{"type", "actionset"}};
+    for (int level = 0; level < 24; ++level)
+        set = Dictionary{{"left", set}, {"right", set}};
+    exporter.store.writeList(exporter.commandsPath(),
+                             Dictionary{{"Commands", Dictionary{{"Old", set}, {"activesetid", "Old"}}}},
+                             PropertyListFormat::binary);
+    const std::string before = contentOf(exporter.commandsPath());
+    EXPECT_EQ(writeTree(edit), -1);
+    EXPECT_EQ(MoxelClientActivateActionSet(exporter.identifier, "Edit"), -1);
+    EXPECT_TRUE(contentOf(exporter.commandsPath()) == before) << "the old set is lost";
+    EXPECT_EQ(log.countStarting("Error: int16_t MoxelClient"), 2U);
+    EXPECT_THAT(exporter.requests(), IsEmpty());
+}
+
+TEST_F(WriteCommands, OfHundredThousandLevelsAndSiblingsAreWrittenReadAgainAndMerged) {
+    constexpr size_t count = 100'000;
+    std::vector<Node> levels(count, Node{0, 1, nullptr, nullptr, "n", nullptr, nullptr});
+    for (size_t i = 0; i + 1 < count; ++i)
+        levels[i].children = &levels[i + 1];
+    levels[0].type = 0;
+    levels[0].id = "Deep";
+    EXPECT_EQ(writeTree(levels[0]), 0);
+    std::vector<std::string> names;
+    for (size_t i = 0; i < count; ++i)
+        names.push_back("action " + std::to_string(i));
+    std::vector<Node> actions(count, Node{0, 2, nullptr, nullptr, nullptr, nullptr, nullptr});
+    for (size_t i = 0; i < count; ++i) {
+        actions[i].id = names[i].c_str();
+        actions[i].next = i + 1 < count ? &actions[i + 1] : nullptr;
+    }
+    const Node wide{0, 0, nullptr, actions.data(), "Wide", nullptr, nullptr};
+    EXPECT_EQ(writeTree(wide), 0);
+    EXPECT_EQ(MoxelClientActivateActionSet(exporter.identifier, "Deep"), 0);
+    const Dictionary commands = writtenCommands()["Commands"].asDictionary();
+    EXPECT_EQ(commands["activesetid"], Value("Deep"));
+    EXPECT_EQ(commands["Wide"].asDictionary().size(), count + 4);
+    size_t depth = 0;
+    for (Dictionary level = commands["Deep"].asDictionary(); level && level.size() > 0;
+         level = level["n"].asDictionary())
+        ++depth;
+    EXPECT_EQ(depth, count);
+}
+
 TEST_F(WriteCommands, ThatCannotBeWrittenFail) {
     fs::create_directories(exporter.store.base());
     std::ofstream(exporter.folder()) << "a file in the place of the folder";
@@ -365,6 +412,19 @@ TEST_F(ExportFunctions, RefuseNamesThatWouldLeaveTheExportFolder) {
     EXPECT_THAT(exporter.requests(), IsEmpty());
 }
 
+TEST_F(ExportFunctions, FollowNoLinkInPlaceOfTheExportFolder) {
+    fs::create_directories(exporter.store.base());
+    const std::string target = exporter.store.outside("target");
+    fs::create_directories(target + "/imagedata");
+    exporter.store.write(target + "/Viewer_Test.settings.plist", "{name = secret;}");
+    fs::create_directory_symlink(target, exporter.folder());
+    for (const auto &[function, call] : allFunctions(edit))
+        EXPECT_EQ(call(), -1) << function;
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(target), {}), 2) << "nothing was added";
+    EXPECT_EQ(contentOf(target + "/Viewer_Test.settings.plist"), "{name = secret;}");
+    EXPECT_THAT(exporter.requests(), IsEmpty());
+}
+
 TEST_F(ExportFunctions, RefuseSignaturesThatCannotBePartOfAFileName) {
     for (const uint32_t signature : {0x2F2E2E2FU, 0x612F2E2EU, 0x54650074U, 0U}) {
         exporter.client->applicationInfo()->setSignature(signature);
@@ -450,6 +510,16 @@ TEST_F(ActivateActionSet, KeepsAFileThatHasNoCommands) {
     EXPECT_EQ(MoxelClientActivateActionSet(exporter.identifier, "Edit"), 0);
     EXPECT_EQ(jsonFromPlistlib(contentOf(exporter.commandsPath())),
               "{\"Commands\": {\"activesetid\": \"Edit\"}, \"Other\": 1}");
+}
+
+TEST_F(ActivateActionSet, LeavesCommandsThatAreNoDictionaryAlone) {
+    for (const Value &commands : {Value("text"), Value(Array{1})}) {
+        exporter.store.writeList(exporter.commandsPath(), Dictionary{{"Commands", commands}});
+        const std::string before = contentOf(exporter.commandsPath());
+        EXPECT_EQ(MoxelClientActivateActionSet(exporter.identifier, "Edit"), -1);
+        EXPECT_EQ(contentOf(exporter.commandsPath()), before);
+    }
+    EXPECT_THAT(exporter.requests(), IsEmpty());
 }
 
 TEST_F(ActivateActionSet, TellsTheDaemonTheIdentifier) {
@@ -564,6 +634,36 @@ TEST_F(SettingValues, AreNotWrittenOverAFileThatCannotBeReadNow) {
     EXPECT_FALSE(exporter.client->applicationInfo()->settingsFile());
     EXPECT_FALSE(exporter.client->observerSettingsFile()->isObserving());
     EXPECT_THAT(exporter.requests(), IsEmpty());
+}
+
+TEST_F(SettingValues, OfAnotherProcessAreNotLostWhileBothWrite) {
+    EXPECT_EQ(MoxelClientSetSettingValue(exporter.identifier, "first", "1"), 0);
+    std::future<int16_t> call;
+    {
+        const Result<FolderLock> other = FolderLock::take(exporter.folder(), std::chrono::seconds(10));
+        ASSERT_TRUE(other.ok());
+        call = std::async(std::launch::async,
+                          [this] { return MoxelClientSetSettingValue(exporter.identifier, "own", "3"); });
+        EXPECT_EQ(call.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        exporter.store.writeList(exporter.settingsPath(), Dictionary{{"first", "1"}, {"other", "2"}});
+    }
+    EXPECT_EQ(call.get(), 0);
+    EXPECT_EQ(jsonFromPlistlib(contentOf(exporter.settingsPath())),
+              R"({"first": "1", "other": "2", "own": "3"})");
+}
+
+TEST_F(SettingValues, AreRefusedIn2SecondsWhenAnotherProcessKeepsTheFolder) {
+    EXPECT_EQ(MoxelClientSetSettingValue(exporter.identifier, "first", "1"), 0);
+    const std::string before = contentOf(exporter.settingsPath());
+    const Result<FolderLock> other = FolderLock::take(exporter.folder(), std::chrono::seconds(10));
+    ASSERT_TRUE(other.ok());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(MoxelClientSetSettingValue(exporter.identifier, "first", "2"), -1);
+    const auto duration = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(duration, std::chrono::milliseconds(1990));
+    EXPECT_LT(duration, std::chrono::seconds(20));
+    EXPECT_EQ(contentOf(exporter.settingsPath()), before);
+    EXPECT_EQ(log.countContaining(": another process keeps the folder "), 1U);
 }
 
 TEST_F(SettingValues, AreSetEvenWhenTheDaemonDoesNotAcknowledge) {

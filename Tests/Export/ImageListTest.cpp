@@ -134,6 +134,14 @@ TEST_F(ImageList, EmptyDataAreData) {
     EXPECT_TRUE(fs::is_empty(imagePath("file.imgdata")));
 }
 
+TEST_F(ImageList, NoBytesAtANullPointerAreEmptyData) {
+    MoxelImage_s null = image(kMoxelImageData, "null");
+    null.image = {nullptr, 0, 9};
+    ASSERT_TRUE(convert({null}));
+    EXPECT_EQ(ExactText::of(entry("null")),
+              R"({"imagetype": "imagedata", "data": <>, "datasize": 0, "index": 9})");
+}
+
 TEST_F(ImageList, ImageWithoutDataKeepsOnlyItsType) {
     MoxelImage_s missing = image(kMoxelImageData, "missing");
     missing.image = {nullptr, 4, 7};

@@ -442,7 +442,7 @@ TEST_F(Store, CleanUpRemovesWhatWasCreatedBeforeTheLogin) {
     for (const auto *path : {"old.plist", "org.example.Old/imagedata/a.imgdata", "SyncApplications.plist"})
         store_.write(store_.base(path));
     const LoginTimeOverride login(
-        inSeconds(int64_t(creationTime(store_.base("org.example.Old/imagedata"))) + 1));
+        inSeconds(int64_t(creationTime(store_.base("SyncApplications.plist"))) + 1));
     store_->cleanupExportFiles();
     EXPECT_TRUE(fs::is_empty(store_.base()));
 }

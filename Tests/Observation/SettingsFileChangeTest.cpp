@@ -336,6 +336,18 @@ TEST(SettingsFileChangeOnTheBus, WithoutAMessageHandlerOnlyTheRequestIsPosted) {
     runWithBusAddress(withoutHandler);
 }
 
+const ChildProgram withoutCallerThread("withoutCallerThread", [] {
+    ObservedClient observed(HandlerRecorder::message, false);
+    Access::setCallerThread(observed.client, nullptr);
+    observed.write("new");
+    observed.expectRequest();
+    (*RunLoop::current())->dispatch(0);
+    EXPECT_EQ(recorder().count(), 0U);
+});
+TEST(SettingsFileChangeOnTheBus, WithoutACallerThreadTheRequestIsPostedAllTheSame) {
+    runWithBusAddress(withoutCallerThread);
+}
+
 const ChildProgram withCallerThread("withCallerThread", [] {
     ObservedClient observed(HandlerRecorder::message, false);
     observed.write("new");

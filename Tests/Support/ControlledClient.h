@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 namespace moxel::test {
@@ -66,6 +67,32 @@ class ControlledClientTest : public ::testing::Test {
         char text[32];
         std::snprintf(text, sizeof text, "%lx", static_cast<unsigned long>(currentThreadKey()));
         return text;
+    }
+
+    /// Whether a thread has the class-wide lock. Another thread asks, because the lock is recursive.
+    [[nodiscard]] static bool classLockIsHeld() {
+        bool isHeld = false;
+        std::thread([&isHeld] {
+            isHeld = !MoxelClientAPI::classLock().try_lock();
+            if (!isHeld)
+                MoxelClientAPI::classLock().unlock();
+        }).join();
+        return isHeld;
+    }
+    /// For each report that `send` makes, whether the class-wide lock was held; then, last, whether it still
+    /// is.
+    template <class Send>
+    [[nodiscard]] std::vector<bool> locksDuring(Send &&send) {
+        std::vector<bool> held;
+        const auto answer = dedicated->onSetReport;
+        dedicated->onSetReport = [&](const SentReport &report) {
+            held.push_back(classLockIsHeld());
+            answer(report);
+        };
+        send();
+        dedicated->onSetReport = answer;
+        held.push_back(classLockIsHeld());
+        return held;
     }
 
     std::atomic<bool> acknowledges{true}; ///< Whether the daemon acknowledges every request.

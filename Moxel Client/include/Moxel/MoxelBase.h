@@ -6,6 +6,8 @@
 #ifndef MOXEL_EXPORT
 #define MOXEL_EXPORT __attribute__((visibility("default")))
 #endif
+/// Marks what an exported class keeps to the library.
+#define MOXEL_HIDDEN __attribute__((visibility("hidden")))
 
 #ifdef __cplusplus
 #define MOXEL_BEGIN_DECLS extern "C" {

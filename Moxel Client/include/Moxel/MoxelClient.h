@@ -189,7 +189,9 @@ MOXEL_EXPORT int16_t _SetMoxelHandlers(_MoxelMessageHandlerProc messageHandler,
                                        _MoxelAddedHandlerProc addedHandler,
                                        _MoxelRemovedHandlerProc removedHandler, void *context,
                                        bool useSeparateThread);
-/// Ends the calling thread's session, which must not be registered; waits about 1 s at most for its thread.
+/// Ends the calling thread's session, which must not be registered; waits about 1 s at most for its thread. A
+/// handler that runs on another of the library's threads at that moment (kMoxelMsgSettingsFileChanged with
+/// useSeparateThread) may still run when this returns: keep its context until then.
 MOXEL_EXPORT void CleanupMoxelHandlers(void);
 
 // ---------------------------------------------------------------------------------------------- Registration
@@ -299,7 +301,8 @@ MOXEL_EXPORT int16_t MoxelClientGetSettingValue(uint16_t clientID, const char *n
 ///
 /// kMoxelExportImages: `data` is an array of `count` records. kMoxelExportDictionary: `data` is a
 /// MoxelDictionaryRef, whose entries replace all images; `count` must not be 0. Any other type writes the
-/// file as it was.
+/// file as it was. A record without an identifier, or bytes (kMoxelImageData) under one that cannot name a
+/// file (it holds a slash, say), refuse the whole list.
 MOXEL_EXPORT int16_t MoxelClientWriteImages(uint16_t clientID, uint32_t type, const void *data, size_t count);
 
 // ---------------------------------------------------------------------------------------------- Session

@@ -146,10 +146,14 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     [[nodiscard]] bool m_bPacketACK() const noexcept { return m_bPacketACK_.load(); }
     void setM_bPacketACK(bool acknowledged) noexcept { m_bPacketACK_.store(acknowledged); }
     /// Identity of the current device; both 0 until the driver names one.
-    [[nodiscard]] uint16_t m_uVendorID() const noexcept { return m_uVendorID_.load(); }
-    void setM_uVendorID(uint16_t vendorID) noexcept { m_uVendorID_.store(vendorID); }
-    [[nodiscard]] uint16_t m_uProductID() const noexcept { return m_uProductID_.load(); }
-    void setM_uProductID(uint16_t productID) noexcept { m_uProductID_.store(productID); }
+    [[nodiscard]] uint16_t m_uVendorID() const noexcept { return uint16_t(m_uDeviceID() >> 16); }
+    void setM_uVendorID(uint16_t vendorID) noexcept { setDeviceIDBits(0xFFFF0000, uint32_t{vendorID} << 16); }
+    [[nodiscard]] uint16_t m_uProductID() const noexcept { return uint16_t(m_uDeviceID()); }
+    void setM_uProductID(uint16_t productID) noexcept { setDeviceIDBits(0xFFFF, productID); }
+    /// Both identifiers as one read or written at once, so that they belong together: vendor in the upper
+    /// half.
+    [[nodiscard]] uint32_t m_uDeviceID() const noexcept { return m_uDeviceID_.load(); }
+    void setM_uDeviceID(uint32_t deviceID) noexcept { m_uDeviceID_.store(deviceID); }
     [[nodiscard]] Ref<MxlApplication> applicationInfo() const;
     void setApplicationInfo(Ref<MxlApplication> record);
     [[nodiscard]] std::shared_ptr<CFileObserver> observerSettingsFile() const;
@@ -247,9 +251,10 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
 
     [[nodiscard]] std::shared_ptr<Thread> callerThread() const;
     template <class T>
-    [[nodiscard]] T field(const T &field) const;
+    [[nodiscard]] MOXEL_HIDDEN T field(const T &field) const;
     template <class T>
-    void setField(T &field, T value);
+    MOXEL_HIDDEN void setField(T &field, T value);
+    MOXEL_HIDDEN void setDeviceIDBits(uint32_t mask, uint32_t bits) noexcept;
 
     std::unique_ptr<HIDManager> hidManager_; ///< Client thread only.
     std::atomic<MoxelAddedHandlerProc> deviceAddedHandler_{nullptr};
@@ -267,8 +272,7 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
         timerCheckResponse_; ///< For a check of the daemon's response; none is made yet.
     std::atomic<bool> m_bClientRegistered_{false};
     std::atomic<bool> m_bPacketACK_{false};
-    std::atomic<uint16_t> m_uVendorID_{0};
-    std::atomic<uint16_t> m_uProductID_{0};
+    std::atomic<uint32_t> m_uDeviceID_{0};
     Data m_dataDevicePrefs_;
     String stringSyncedResourcesPath_;
     uint32_t m_uUserID_ = 0;
