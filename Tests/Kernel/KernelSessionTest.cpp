@@ -148,6 +148,8 @@ TEST_F(KernelSession, IsSilentWhileItsUserIsNotAtTheMachine) {
     writeLoginFiles(true);
     startDaemon();
     const uint16_t clientID = beginSession(true);
+    std::shared_ptr<Thread> clientThread;
+    Recorder::instance().setOnCall([&](const test::ReceivedCall &) { clientThread = Thread::current(); });
     MoxelStateRecord record{};
     record.command = 10;
     const auto send = [&](int32_t value) {
@@ -159,8 +161,9 @@ TEST_F(KernelSession, IsSilentWhileItsUserIsNotAtTheMachine) {
     writeLoginFiles(false);
     ASSERT_TRUE(awaitTrue([] { return !MoxelCheckUserActive(); }));
     send(2);
-    // What follows the record shows that it has been read: the answer to a query goes to the daemon all the
-    // same, but only from a session that is there.
+    // The record is in the kernel by now. Work that is posted after another's end comes after the record.
+    for (int turn = 0; turn < 2; ++turn)
+        ASSERT_TRUE(clientThread->perform([] {}, Thread::Wait::untilDone));
     writeLoginFiles(true);
     ASSERT_TRUE(awaitTrue([] { return MoxelCheckUserActive(); }));
     send(3);
