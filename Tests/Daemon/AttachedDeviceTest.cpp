@@ -49,12 +49,12 @@ class ScriptedReader final : public InputReader {
 
 class DaemonAttachedDevice : public ::testing::Test, protected AttachedDevice::Listener {
   protected:
-    void buttonsChanged(const AttachedDevice &device) override {
-        steps.push_back("buttons " + std::to_string(device.buttons()));
+    void buttonsChanged(const AttachedDevice &changed) override {
+        steps.push_back("buttons " + std::to_string(changed.buttons()));
     }
-    void axesMoved(const AttachedDevice &device) override {
+    void axesMoved(const AttachedDevice &moved) override {
         std::string text = "axes";
-        for (const int16_t axis : device.axes())
+        for (const int16_t axis : moved.axes())
             text += " " + std::to_string(axis);
         steps.push_back(text);
     }

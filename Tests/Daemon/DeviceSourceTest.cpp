@@ -17,8 +17,6 @@ namespace moxel::daemon {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 class DaemonDeviceSource : public ::testing::Test, protected EventSink {
@@ -311,18 +309,18 @@ TEST_F(DaemonDeviceSource, ControllersAreChosenBeforeSticks) {
     EXPECT_THAT(take(2), ElementsAre("udev 1234 1", "devadd 12340001"));
     stick.report({{EV_ABS, ABS_X, 50}, {EV_KEY, BTN_TRIGGER, 1}});
     EXPECT_THAT(take(2), ElementsAre("buttons 1", "axes 175 0 0 0 0 0"));
-    {
-        const FakeInputDevice first(path("event2"), model(5));
-        EXPECT_THAT(take(7), ElementsAre("udev 1234 5", "devadd 12340005", "buttons 0", "axes 0 0 0 0 0 0",
-                                         "devrm 12340001", "udev 1234 5"))
-            << "the stick is let go";
-        const FakeInputDevice second(path("event3"), model(6));
-        EXPECT_THAT(take(2), ElementsAre("udev 1234 6", "devadd 12340006")) << "all controllers are used";
-        stick.report({{EV_ABS, ABS_X, 0}});
-        EXPECT_TRUE(isQuiet());
-    }
-    EXPECT_THAT(take(5), UnorderedElementsAre("devrm 12340005", "udev 1234 6", "devrm 12340006",
-                                              "udev 1234 1", "devadd 12340001"))
+    FakeInputDevice first(path("event2"), model(5));
+    EXPECT_THAT(take(6), ElementsAre("udev 1234 5", "devadd 12340005", "buttons 0", "axes 0 0 0 0 0 0",
+                                     "devrm 12340001", "udev 1234 5"))
+        << "the stick is let go";
+    FakeInputDevice second(path("event3"), model(6));
+    EXPECT_THAT(take(2), ElementsAre("udev 1234 6", "devadd 12340006")) << "all controllers are used";
+    stick.report({{EV_ABS, ABS_X, 0}});
+    EXPECT_TRUE(isQuiet());
+    first.unplug();
+    EXPECT_THAT(take(2), ElementsAre("devrm 12340005", "udev 1234 6"));
+    second.unplug();
+    EXPECT_THAT(take(3), ElementsAre("devrm 12340006", "udev 1234 1", "devadd 12340001"))
         << "the stick is back";
 }
 
@@ -386,7 +384,7 @@ TEST_F(DaemonDeviceSource, TextOfDevicesIsMadeFitForTheLog) {
     answers.name = "Two\nlines\x1b[31m";
     const FakeInputDevice device(path("event3"), answers);
     startNamed({"event3"});
-    EXPECT_EQ(log.countContaining("(Two\\nlines\\x1B[31m)"), 1U);
+    EXPECT_EQ(log.countContaining("(Two\\nlines\\x1b[31m)"), 1U);
 }
 
 } // namespace

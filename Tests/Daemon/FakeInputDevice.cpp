@@ -90,6 +90,9 @@ int answerTo(const FakeInputAnswers &answers, unsigned long request, void *buffe
         return giveBits(answers.capabilities.properties, buffer, room);
     if (number == pressedNumber)
         return giveBits(answers.pressed, buffer, room);
+    for (const unsigned none : {_IOC_NR(EVIOCGLED(0)), _IOC_NR(EVIOCGSND(0)), _IOC_NR(EVIOCGSW(0))})
+        if (number == none)
+            return giveBits(std::bitset<8>(), buffer, room);
     if (number == typesNumber)
         return giveBits(typesOf(answers.capabilities), buffer, room);
     if (number == typesNumber + EV_KEY)

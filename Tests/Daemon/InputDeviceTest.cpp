@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <climits>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace moxel::daemon {
 namespace {
