@@ -2,6 +2,7 @@
 
 #include "Moxel Daemon/Bus/BusPublisher.h"
 #include "Moxel Daemon/DaemonCore.h"
+#include "Moxel Daemon/Kernel/UhidPublisher.h"
 #include "Platform/Session.h"
 
 #include <algorithm>
@@ -31,6 +32,8 @@ Daemon::Daemon(Options options, std::string busFolder, std::string baseChannelNa
 
 Result<std::unique_ptr<Daemon>> Daemon::start(Options options) {
     std::string folder = options.busFolder.empty() ? BusFolder::defaultPath() : options.busFolder;
+    if (options.bus == Options::Bus::uhid)
+        folder = UhidPublisher::devicePath;
     std::string name = options.baseName;
     if (name.empty())
         name = BaseChannel::nameForUser(options.user ? *options.user : consoleUser());
@@ -40,11 +43,22 @@ Result<std::unique_ptr<Daemon>> Daemon::start(Options options) {
     return daemon;
 }
 
+Result<std::unique_ptr<Publisher>> Daemon::makePublisher() const {
+    const auto generalized = [](auto made) -> Result<std::unique_ptr<Publisher>> {
+        if (!made.ok())
+            return made.error();
+        return std::unique_ptr<Publisher>(std::move(*made));
+    };
+    if (options_.bus == Options::Bus::uhid)
+        return generalized(UhidPublisher::create());
+    return generalized(BusPublisher::create(busFolder_));
+}
+
 /// Starts the thread and waits until it serves or has failed.
 Result<void> Daemon::run() {
     std::promise<Result<void>> started;
     Result<std::shared_ptr<Thread>> thread = Thread::start("moxeld", [this, &started] {
-        Result<std::unique_ptr<BusPublisher>> publisher = BusPublisher::create(busFolder_);
+        Result<std::unique_ptr<Publisher>> publisher = makePublisher();
         if (!publisher.ok()) {
             started.set_value(publisher.error());
             return;

@@ -56,6 +56,7 @@ class Daemon {
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
 
+    /// The kernel's device when the channels are the kernel's.
     [[nodiscard]] const std::string &busFolder() const noexcept { return busFolder_; }
     [[nodiscard]] const std::string &baseChannelName() const noexcept { return baseChannelName_; }
 
@@ -136,6 +137,7 @@ class Daemon {
     Daemon(Options options, std::string busFolder, std::string baseChannelName);
 
     [[nodiscard]] Result<void> run();
+    [[nodiscard]] Result<std::unique_ptr<Publisher>> makePublisher() const;
     /// Runs a function with the core on the daemon's thread and waits for its result.
     template <class Function>
     auto call(Function &&function) const;

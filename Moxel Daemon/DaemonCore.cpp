@@ -13,6 +13,8 @@ namespace moxel::daemon {
 namespace {
 
 constexpr uint16_t dedicatedProductID = 2;
+/// A channel whose owner cannot be told is taken away when nobody has had it open for so long.
+constexpr std::chrono::seconds disuseLimit{5};
 /// Clients that are remembered after they have gone.
 constexpr size_t departedLimit = 256;
 
@@ -88,8 +90,12 @@ void DaemonCore::createChannel(uint64_t channelID, const Peer &peer) {
     if (faults_.noDedicatedChannel)
         return;
     const auto publish = [this, channelID, processID = peer.processID] {
-        if (Result<void> published = publishChannel(channelID, processID); !published.ok())
+        if (Result<void> published = publishChannel(channelID, processID); !published.ok()) {
             logLine(LogLevel::error, "Error: " + published.error().message);
+        } else if (processID == 0) {
+            unowned_[channelID] = false;
+            watchUse(channelID);
+        }
     };
     if (faults_.dedicatedChannelDelay.count() == 0) {
         publish();
@@ -136,6 +142,7 @@ bool DaemonCore::removeChannel(uint64_t channelID) {
     if (found == channels_.end())
         return false;
     logLine(LogLevel::info, (*found)->name() + " removed");
+    unowned_.erase(channelID);
     channels_.erase(found);
     journal_.update([channelID](Observation &observation) {
         const auto client = std::find_if(
@@ -185,6 +192,24 @@ void DaemonCore::reviewPeers() {
     }
     for (const uint64_t channelID : abandoned)
         removeChannel(channelID);
+    for (const auto &[channelID, isWatched] : unowned_)
+        watchUse(channelID);
+}
+
+/// Looks later whether a channel has been in use; the time it takes to reopen one does no harm.
+void DaemonCore::watchUse(uint64_t channelID) {
+    const DedicatedChannel *candidate = channel(channelID);
+    if (unowned_[channelID] || candidate == nullptr || candidate->openCount() > 0)
+        return;
+    const Result<void> scheduled =
+        runLoop_->performAfterDelay(disuseLimit, [this, alive = std::weak_ptr(isAlive_), channelID] {
+            if (alive.expired() || !unowned_.contains(channelID))
+                return;
+            unowned_[channelID] = false;
+            if (const DedicatedChannel *later = channel(channelID); later && later->openCount() == 0)
+                removeChannel(channelID);
+        });
+    unowned_[channelID] = scheduled.ok();
 }
 
 DedicatedChannel *DaemonCore::channel(uint64_t channelID) const {

@@ -83,6 +83,7 @@ class DaemonCore final : private BaseChannel::Delegate,
     void later(std::function<void()> work);
     void peersChanged();
     void reviewPeers();
+    void watchUse(uint64_t channelID);
     void noteQueues();
     [[nodiscard]] DedicatedChannel *channel(uint64_t channelID) const;
     /// Calls back for the registered clients that an identifier names; returns their number.
@@ -100,6 +101,8 @@ class DaemonCore final : private BaseChannel::Delegate,
     std::unique_ptr<Publisher> publisher_;
     BaseChannel base_;
     std::vector<std::shared_ptr<DedicatedChannel>> channels_;
+    /// Channels whose owners cannot be told, and whether somebody looks soon if they are still in use.
+    std::map<uint64_t, bool> unowned_;
     std::map<uint64_t, std::unique_ptr<PlainChannel>> devices_;
     uint64_t lastDevice_ = 0;
     uint16_t lastClientID_ = 0;

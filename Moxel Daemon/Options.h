@@ -15,7 +15,9 @@
 namespace moxel::daemon {
 
 struct Options {
-    /// Absolute; empty for the default folder of the bus.
+    /// Where the channels appear: on the user-space bus, or as devices of the kernel.
+    enum class Bus { socket, uhid } bus = Bus::socket;
+    /// Absolute; empty for the default folder of the user-space bus.
     std::string busFolder;
     /// Where applications export their files; absolute; empty for the folder of this user.
     std::string exportFolder;

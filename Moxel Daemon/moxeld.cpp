@@ -41,6 +41,8 @@ constexpr const char *examples = R"(Examples:
       play a trace again and again
   moxeld --trace demo.trace --wait-client --once
       wait for a client, play the trace to it and end
+  moxeld --bus uhid
+      serve clients through the kernel's HID devices
   echo "motion 0 0 200 0 0 0" | moxeld --trace -
       play what comes on standard input
   moxeld --bus-folder /tmp/bus --user 501 --fault late-acknowledgement=250
@@ -52,6 +54,7 @@ The format of traces is described in Documentation/Traces.md, devices in Documen
 struct CommandLine {
     Options options;
     PlayOptions play;
+    std::string bus = "socket";
     std::vector<std::string> devices;
     std::string trace;
     bool moves = false;
@@ -66,7 +69,13 @@ void printError(const std::string &message) { std::fprintf(stderr, "moxeld: %s\n
 
 void describe(CLI::App &app, CommandLine &line, std::vector<std::string> &faults) {
     app.footer(std::string("Faults:\n") + faultList() + "\n" + examples);
-    app.add_option("--bus-folder", line.options.busFolder, "Folder of the bus (default: that of this user)");
+    app.add_option("--bus", line.bus,
+                   "Where the channels appear: on the user-space bus (socket) or as devices\n"
+                   "of the kernel (uhid)")
+        ->check(CLI::IsMember({"socket", "uhid"}))
+        ->capture_default_str();
+    app.add_option("--bus-folder", line.options.busFolder,
+                   "Folder of the user-space bus (default: that of this user)");
     app.add_option("--export-folder", line.options.exportFolder,
                    "Folder that applications export their files to (default: that of this user)");
     app.add_option("--user", line.options.user,
@@ -242,6 +251,13 @@ int runProgram(int argumentCount, char **arguments) {
             printError(added.error().message);
             return badUsage;
         }
+    }
+    if (line.bus == "uhid") {
+        if (!line.options.busFolder.empty()) {
+            printError("--bus uhid has no --bus-folder");
+            return badUsage;
+        }
+        line.options.bus = Options::Bus::uhid;
     }
     if (line.trace == "-" && line.play.loop) {
         printError("standard input cannot be looped");

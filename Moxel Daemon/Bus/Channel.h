@@ -82,7 +82,7 @@ class Publisher {
   public:
     virtual ~Publisher() = default;
 
-    /// The device is there when this returns. `handler` must outlive the channel.
+    /// The device is there when this returns, or on its way. `handler` must outlive the channel.
     virtual Result<std::unique_ptr<Channel>> publish(const DeviceDescription &device,
                                                      ChannelHandler &handler) = 0;
 };

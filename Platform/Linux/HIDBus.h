@@ -47,6 +47,8 @@ class HIDBusEntry {
     /// An object of the caller's own for the device.
     [[nodiscard]] virtual std::shared_ptr<HIDBusDevice>
     makeDevice(std::shared_ptr<HIDDeviceHost> host) const = 0;
+    /// Logs, once, why this process may not use the device.
+    virtual void complain() const = 0;
 };
 
 using HIDBusEntryReference = std::shared_ptr<const HIDBusEntry>;
@@ -58,6 +60,8 @@ class HIDBusObserver {
 
     virtual void entryArrived(const HIDBusEntryReference &entry) = 0;
     virtual void entryLeft(const HIDBusEntryReference &entry) = 0;
+    /// A device is there that this process may not use. It arrives when that changes.
+    virtual void entryRefused(const HIDBusEntryReference &entry) = 0;
 };
 
 /// Any thread.

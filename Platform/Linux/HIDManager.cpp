@@ -2,6 +2,7 @@
 #include "Platform/HIDManager.h"
 
 #include "Platform/Linux/HIDManagerSchedule.h"
+#include "Platform/Linux/HidrawBus.h"
 #include "Platform/Linux/UserSpaceBus.h"
 #include "Platform/Log.h"
 
@@ -17,9 +18,10 @@ namespace {
 
 constexpr RunLoop::Seconds busRetryPause{1};
 
+/// The bus is null where it is not wanted.
 using BusFinder = Result<std::shared_ptr<HIDBus>> (*)();
 /// Every kind of bus that the platform has.
-constexpr BusFinder busFinders[] = {UserSpaceBus::shared};
+constexpr BusFinder busFinders[] = {UserSpaceBus::shared, HidrawBus::shared};
 
 class LinuxHIDManager final : public HIDManager, public HIDManagerSchedule::Manager {
   public:
@@ -49,6 +51,7 @@ class LinuxHIDManager final : public HIDManager, public HIDManagerSchedule::Mana
 
     void entryArrived(const HIDBusEntryReference &entry) override;
     void entryLeft(const HIDBusEntryReference &entry) override;
+    void entryRefused(const HIDBusEntryReference &entry) override;
     void deviceEnded(HIDBusDevice &device) override;
 
     Matching matching_;
@@ -91,6 +94,8 @@ void LinuxHIDManager::joinBuses() {
         if (buses_.contains(find))
             continue;
         Result<std::shared_ptr<HIDBus>> bus = find();
+        if (bus.ok() && !*bus)
+            continue;
         if (bus.ok()) {
             buses_.emplace(find, *bus);
             (*bus)->addObserver(schedule_);
@@ -174,6 +179,11 @@ void LinuxHIDManager::entryLeft(const HIDBusEntryReference &entry) {
         return;
     const auto device = found->device; // The callback may drop every other reference.
     device->leave();
+}
+
+void LinuxHIDManager::entryRefused(const HIDBusEntryReference &entry) {
+    if (matches(*entry))
+        entry->complain();
 }
 
 void LinuxHIDManager::deviceEnded(HIDBusDevice &device) {

@@ -23,9 +23,17 @@ void HIDManagerSchedule::deviceEnded(HIDBusDevice &device) {
 // ------------------------------------------------------------------------------------------ On the bus's
 // thread
 
-void HIDManagerSchedule::entryArrived(const HIDBusEntryReference &entry) { enqueue({entry, true}); }
+void HIDManagerSchedule::entryArrived(const HIDBusEntryReference &entry) {
+    enqueue({entry, &Manager::entryArrived});
+}
 
-void HIDManagerSchedule::entryLeft(const HIDBusEntryReference &entry) { enqueue({entry, false}); }
+void HIDManagerSchedule::entryLeft(const HIDBusEntryReference &entry) {
+    enqueue({entry, &Manager::entryLeft});
+}
+
+void HIDManagerSchedule::entryRefused(const HIDBusEntryReference &entry) {
+    enqueue({entry, &Manager::entryRefused});
+}
 
 void HIDManagerSchedule::enqueue(Event event) {
     {
@@ -50,13 +58,8 @@ void HIDManagerSchedule::run() {
         self.swap(posted_); // From here on, new events post it anew.
     }
     Event event;
-    while (manager_ && takeEvent(event)) {
-        if (event.arrived) {
-            manager_->entryArrived(event.entry);
-        } else {
-            manager_->entryLeft(event.entry);
-        }
-    }
+    while (manager_ && takeEvent(event))
+        (manager_->*event.tell)(event.entry);
 }
 
 bool HIDManagerSchedule::takeEvent(Event &event) {

@@ -25,6 +25,7 @@ class HIDManagerSchedule final : public HIDBusObserver,
         virtual ~Manager() = default;
         virtual void entryArrived(const HIDBusEntryReference &entry) = 0;
         virtual void entryLeft(const HIDBusEntryReference &entry) = 0;
+        virtual void entryRefused(const HIDBusEntryReference &entry) = 0;
         virtual void deviceEnded(HIDBusDevice &device) = 0;
     };
 
@@ -37,6 +38,7 @@ class HIDManagerSchedule final : public HIDBusObserver,
 
     void entryArrived(const HIDBusEntryReference &entry) override;
     void entryLeft(const HIDBusEntryReference &entry) override;
+    void entryRefused(const HIDBusEntryReference &entry) override;
 
     [[nodiscard]] Thread &thread() const noexcept override { return *thread_; }
     [[nodiscard]] RunLoop *runLoop() const noexcept override { return runLoop_; }
@@ -48,7 +50,7 @@ class HIDManagerSchedule final : public HIDBusObserver,
   private:
     struct Event {
         HIDBusEntryReference entry;
-        bool arrived = false;
+        void (Manager::*tell)(const HIDBusEntryReference &entry) = nullptr;
     };
 
     void enqueue(Event event);

@@ -20,6 +20,8 @@ class UserSpaceBusEntry final : public HIDBusEntry, public std::enable_shared_fr
     [[nodiscard]] std::optional<HIDProperty> property(std::string_view key) const override;
     [[nodiscard]] std::shared_ptr<HIDBusDevice>
     makeDevice(std::shared_ptr<HIDDeviceHost> host) const override;
+    /// Never has a reason: a device that may not be used gets no entry.
+    void complain() const override {}
 
     [[nodiscard]] const BusSocket &socket() const noexcept { return *socket_; }
     [[nodiscard]] const BusDeviceProperties &properties() const noexcept { return properties_; }

@@ -1,6 +1,7 @@
 // The publisher of the bus, byte by byte against bare sockets.
 #include "Moxel Daemon/Bus/BusPublisher.h"
 #include "Daemon/RawClient.h"
+#include "Daemon/RecordingHandler.h"
 #include "Moxel Daemon/Bus/BusConnection.h"
 #include "Platform/RunLoop.h"
 #include "Platform/Thread.h"
@@ -21,53 +22,6 @@ namespace {
 
 using test::TemporaryFolder;
 using ::testing::ElementsAre;
-
-/// Answers as its members say, and writes down what it is told. Lives on the publisher's thread; `told` and
-/// the members that tests set may be used from any.
-class Handler : public ChannelHandler {
-  public:
-    void connected(const Peer &peer) override {
-        tell("connected " + std::to_string(peer.processID == ::getpid()));
-    }
-    void disconnected(const Peer &) override { tell("disconnected"); }
-    Reply open(const Peer &) override {
-        tell("open");
-        return {openStatus, {}, [this] { tell("open answered"); }};
-    }
-    void closed(const Peer &) override { tell("closed"); }
-    Reply setReport(const Peer &, HIDReportType type, uint8_t reportID,
-                    std::span<const uint8_t> report) override {
-        tell("set " + std::to_string(static_cast<int>(type)) + " " + std::to_string(reportID) + " " +
-             std::to_string(report.size()));
-        return {setStatus, {}};
-    }
-    Reply getReport(const Peer &, HIDReportType, uint8_t reportID, size_t capacity) override {
-        tell("get " + std::to_string(reportID) + " " + std::to_string(capacity));
-        return {getStatus, content};
-    }
-    bool answersRequests() const override { return answers; }
-    void queuesShrank() override {
-        shrunk.change([](int &count) { ++count; });
-    }
-
-    std::atomic<HIDStatus> openStatus = HIDStatus::success;
-    std::atomic<HIDStatus> setStatus = HIDStatus::success;
-    std::atomic<HIDStatus> getStatus = HIDStatus::success;
-    std::atomic<bool> answers = true;
-    Data content = {1, 2, 3};
-    test::Awaited<std::vector<std::string>> told;
-    test::Awaited<int> shrunk;
-
-    [[nodiscard]] bool wasTold(const std::string &text) const {
-        return told.await(
-            [&](const auto &lines) { return std::count(lines.begin(), lines.end(), text) > 0; });
-    }
-
-  private:
-    void tell(const std::string &text) {
-        told.change([&](std::vector<std::string> &lines) { lines.push_back(text); });
-    }
-};
 
 /// A publisher with one device, on a thread of its own.
 class DaemonBusPublisher : public ::testing::Test {
@@ -120,7 +74,7 @@ class DaemonBusPublisher : public ::testing::Test {
 
     test::CapturedLog log;
     TemporaryFolder folder;
-    Handler handler;
+    RecordingHandler handler;
     DeviceDescription description;
     std::unique_ptr<Channel> channel;
 

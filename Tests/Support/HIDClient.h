@@ -193,7 +193,10 @@ class HIDBusTest : public ::testing::Test {
     HIDBusTest() : bus_(folder_.path("hid")) {
         std::filesystem::create_directory(bus_);
         std::filesystem::permissions(bus_, std::filesystem::perms::owner_all);
-        ::setenv("MOXEL_HID_BUS", bus_.c_str(), 1); // NOLINT(concurrency-mt-unsafe): no thread runs yet
+        // NOLINTBEGIN(concurrency-mt-unsafe): no thread runs yet
+        ::setenv("MOXEL_HID_BUS", bus_.c_str(), 1);
+        ::setenv("MOXEL_HIDRAW", "off", 1); // Devices of this machine are none of the tests' business.
+        // NOLINTEND(concurrency-mt-unsafe)
     }
     void SetUp() override {
         // What the process keeps for good is made before the descriptors are counted.

@@ -13,11 +13,20 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace moxel::test {
+
+/// True where the tests' daemons publish through the kernel, whose devices the library then finds.
+inline bool usesKernel() {
+    const char *bus = std::getenv("MOXEL_TEST_BUS");
+    return bus != nullptr && std::string_view(bus) == "uhid";
+}
 
 /// Starts without a daemon; whatever session a test leaves behind is ended with it.
 class LiveDaemonTest : public ::testing::Test {
@@ -29,7 +38,10 @@ class LiveDaemonTest : public ::testing::Test {
     void TearDown() override { endSession(); }
 
     void startDaemon(daemon::Options options = {}) {
-        options.busFolder = folder.path("bus");
+        if (usesKernel())
+            options.bus = daemon::Options::Bus::uhid;
+        else
+            options.busFolder = folder.path("bus");
         Result<std::unique_ptr<daemon::Daemon>> started = daemon::Daemon::start(std::move(options));
         ASSERT_TRUE(started.ok()) << started.error().message;
         moxeld = *std::move(started);
@@ -80,6 +92,9 @@ class LiveDaemonTest : public ::testing::Test {
 
     test::TemporaryFolder folder;
     test::EnvironmentVariable busFolder{"MOXEL_HID_BUS", folder.path("bus")};
+    /// Devices of this machine are none of the tests' business.
+    test::EnvironmentVariable hidraw{"MOXEL_HIDRAW",
+                                     usesKernel() ? std::optional<std::string>() : std::string("off")};
     std::unique_ptr<daemon::Daemon> moxeld;
 };
 

@@ -1,0 +1,228 @@
+// Devices published through the kernel, whose part a socket takes.
+#include "Moxel Daemon/Kernel/UhidPublisher.h"
+#include "Daemon/RawClient.h"
+#include "Daemon/RecordingHandler.h"
+#include "Moxel Daemon/Kernel/UhidChannel.h"
+#include "Support/CapturedLog.h"
+#include "Support/HIDClient.h"
+#include "Support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <deque>
+#include <optional>
+#include <sys/socket.h>
+
+namespace moxel::daemon {
+namespace {
+
+/// A publisher with one device, on a thread of its own.
+class DaemonUhidPublisher : public ::testing::Test {
+  protected:
+    DaemonUhidPublisher() {
+        description.name = "Device";
+        loop.run([&] {
+            publisher = std::move(*UhidPublisher::create([this] { return openDevice(); }, folder.path()));
+            kernels.clear(); // What tells that devices can be made is closed by now.
+            channel = std::move(*publisher->publish(description, handler));
+        });
+        kernel = std::move(kernels.back());
+    }
+    ~DaemonUhidPublisher() override {
+        loop.run([&] {
+            channel.reset();
+            publisher.reset();
+        });
+    }
+
+    Result<Descriptor> openDevice() {
+        int ends[2];
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0)
+            return systemError("socketpair", errno);
+        kernels.emplace_back(ends[1]);
+        return Descriptor(ends[0]);
+    }
+
+    void tell(const Bytes &event) const {
+        EXPECT_EQ(::send(kernel.get(), event.data(), event.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(event.size()));
+    }
+    void tellNumber(uint8_t number) const { tell({number, 0, 0, 0}); }
+    void tellOutput(uint8_t reportID, size_t payloadSize) const {
+        Bytes report(4096);
+        report[0] = reportID;
+        tell(littleEndian(6, 4) + report + littleEndian(1 + payloadSize, 2) + Bytes{1});
+    }
+    /// The next message of the daemon; empty when it has closed the device.
+    [[nodiscard]] Bytes hear() const {
+        pollfd ready{kernel.get(), POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(patience.count())) <= 0)
+            ADD_FAILURE() << "The daemon says nothing";
+        Bytes message(8192);
+        const ssize_t size = ::recv(kernel.get(), message.data(), message.size(), MSG_DONTWAIT);
+        message.resize(size > 0 ? static_cast<size_t>(size) : 0);
+        return message;
+    }
+    [[nodiscard]] bool hearsNothing() const {
+        uint8_t byte = 0;
+        return ::recv(kernel.get(), &byte, sizeof byte, MSG_DONTWAIT | MSG_PEEK) < 0 && errno == EAGAIN;
+    }
+    size_t sendInput(const Bytes &report) const {
+        size_t count = 0;
+        loop.run([&] { count = channel->sendInput(report); });
+        return count;
+    }
+    void openDeviceAsClient() {
+        EXPECT_EQ(hear()[0], 11);
+        tellNumber(2);
+        tellNumber(4);
+        ASSERT_TRUE(handler.wasTold("open answered"));
+    }
+
+    test::CapturedLog log;
+    test::TemporaryFolder folder;
+    RecordingHandler handler;
+    DeviceDescription description;
+    test::LoopThread loop;
+    std::vector<Descriptor> kernels;
+    Descriptor kernel;
+    std::unique_ptr<UhidPublisher> publisher;
+    std::unique_ptr<Channel> channel;
+};
+
+TEST_F(DaemonUhidPublisher, CreatesTheDevice) { EXPECT_EQ(hear(), *uhidCreateMessage(description)); }
+
+TEST_F(DaemonUhidPublisher, RemovedChannelClosesTheDevice) {
+    EXPECT_FALSE(hear().empty());
+    loop.run([&] { channel.reset(); });
+    EXPECT_EQ(hear(), Bytes{});
+}
+
+TEST_F(DaemonUhidPublisher, SendsNothingUntilItIsOpened) {
+    EXPECT_FALSE(hear().empty());
+    EXPECT_EQ(sendInput({0x35, 1}), 0U);
+    tellNumber(2);
+    EXPECT_EQ(sendInput({0x35, 1}), 0U);
+    EXPECT_TRUE(hearsNothing());
+    tellNumber(4);
+    ASSERT_TRUE(handler.wasTold("open answered"));
+    EXPECT_EQ(channel->openCount(), 1U);
+    EXPECT_EQ(sendInput({0x35, 2}), 1U);
+    EXPECT_EQ(hear(), uhidInputMessage(Bytes{0x35, 2}));
+    tellNumber(5);
+    ASSERT_TRUE(handler.wasTold("disconnected"));
+    EXPECT_EQ(sendInput({0x35, 3}), 0U);
+    EXPECT_TRUE(hearsNothing());
+}
+
+TEST_F(DaemonUhidPublisher, HandlerHearsOfOpeningAndClosingOnceEach) {
+    openDeviceAsClient();
+    tellNumber(4);
+    tellNumber(5);
+    tellNumber(5);
+    tellNumber(3);
+    tellOutput(0x46, 1);
+    ASSERT_TRUE(handler.wasTold("set 1 70 1"));
+    EXPECT_EQ(handler.told.get(), (std::vector<std::string>{"connected 0", "open", "open answered", "closed",
+                                                            "disconnected", "set 1 70 1"}));
+}
+
+TEST_F(DaemonUhidPublisher, OutputReachesTheHandlerWithoutAReply) {
+    openDeviceAsClient();
+    tellOutput(0x63, 3071);
+    tell(littleEndian(9, 4) + littleEndian(5, 4) + Bytes{0x54, 1});
+    ASSERT_TRUE(handler.wasTold("set 1 99 3071"));
+    EXPECT_EQ(hear(), uhidGetReply(5, 0x54, HIDStatus::success, Bytes{1, 2, 3}));
+    ASSERT_TRUE(handler.wasTold("get 84 4095"));
+}
+
+TEST_F(DaemonUhidPublisher, RefusalsAreReplies) {
+    openDeviceAsClient();
+    handler.getStatus.store(HIDStatus::error);
+    handler.setStatus.store(HIDStatus::badArgument);
+    tell(littleEndian(9, 4) + littleEndian(5, 4) + Bytes{0x54, 1});
+    EXPECT_EQ(hear(), uhidGetReply(5, 0x54, HIDStatus::error, {}));
+    tell(littleEndian(13, 4) + littleEndian(6, 4) + Bytes{0x63, 0} + littleEndian(1, 2) + Bytes{0x63});
+    EXPECT_EQ(hear(), uhidSetReply(6, HIDStatus::badArgument));
+}
+
+TEST_F(DaemonUhidPublisher, WithoutAnswersRequestsStayWithoutReplies) {
+    openDeviceAsClient();
+    handler.answers = false;
+    tell(littleEndian(9, 4) + littleEndian(5, 4) + Bytes{0x54, 1});
+    ASSERT_TRUE(handler.wasTold("get 84 4095"));
+    loop.run([] {});
+    EXPECT_TRUE(hearsNothing());
+}
+
+TEST_F(DaemonUhidPublisher, MessagesWithoutSenseAreLoggedAndTheDeviceGoesOn) {
+    openDeviceAsClient();
+    tell({6, 0, 0, 0});
+    tellOutput(0x46, 9);
+    EXPECT_TRUE(handler.wasTold("set 1 70 9"));
+    EXPECT_EQ(log.count("Error: Device: a message of the kernel makes no sense"), 1U);
+}
+
+TEST_F(DaemonUhidPublisher, MuchInputGoesOutInBurstsAndInOrder) {
+    openDeviceAsClient();
+    constexpr size_t count = 6 * UhidChannel::burstReports;
+    size_t waiting = 0;
+    loop.run([&] {
+        for (size_t index = 0; index < count; ++index)
+            EXPECT_EQ(channel->sendInput(Bytes{0x35, static_cast<uint8_t>(index)}), 1U);
+        waiting = channel->queuedBytes();
+    });
+    EXPECT_GT(waiting, 0U);
+    for (size_t index = 0; index < count; ++index)
+        ASSERT_EQ(hear(), uhidInputMessage(Bytes{0x35, static_cast<uint8_t>(index)}));
+    EXPECT_TRUE(handler.shrunk.await([](int times) { return times > 0; }));
+    loop.run([&] { waiting = channel->queuedBytes(); });
+    EXPECT_EQ(waiting, 0U);
+}
+
+TEST_F(DaemonUhidPublisher, InputThatWaitsIsBounded) {
+    openDeviceAsClient();
+    size_t taken = 0;
+    loop.run([&] {
+        for (size_t index = 0; index < UhidChannel::queueLimit + 1000; ++index)
+            taken += channel->sendInput(Bytes{0x35});
+    });
+    EXPECT_GE(taken, UhidChannel::queueLimit);
+    EXPECT_LT(taken, UhidChannel::queueLimit + 1000);
+    EXPECT_EQ(log.count("Error: Device: too much input waits, more is dropped"), 1U);
+}
+
+TEST_F(DaemonUhidPublisher, KernelThatEndsTheDeviceIsLoggedOnceAndWatchedNoMore) {
+    openDeviceAsClient();
+    kernel.reset();
+    EXPECT_TRUE(log.waitFor("Error: Device: the kernel does not serve the device any more"));
+    loop.run([] {});
+    loop.run([] {});
+    EXPECT_EQ(log.countContaining("does not serve"), 1U);
+}
+
+TEST_F(DaemonUhidPublisher, NameThatAnotherDeviceHasIsRefused) {
+    folder.write("0006:4D58:0001.0001/uevent", "DRIVER=hid-generic\nHID_NAME=Second\nHID_PHYS=x\n");
+    loop.run([&] {
+        DeviceDescription second = description;
+        second.name = "Second";
+        const auto refused = publisher->publish(second, handler);
+        ASSERT_FALSE(refused.ok());
+        EXPECT_EQ(refused.error().code, EADDRINUSE);
+        second.name = "Secon";
+        EXPECT_TRUE(publisher->publish(second, handler).ok());
+    });
+}
+
+TEST_F(DaemonUhidPublisher, WithoutTheKernelsDeviceThereIsNoPublisher) {
+    loop.run([&] {
+        const auto refused = UhidPublisher::create(
+            []() -> Result<Descriptor> { return systemError("Cannot open it", ENOENT); }, folder.path());
+        ASSERT_FALSE(refused.ok());
+        EXPECT_EQ(refused.error().code, ENOENT);
+    });
+}
+
+} // namespace
+} // namespace moxel::daemon
