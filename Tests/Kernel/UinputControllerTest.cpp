@@ -1,5 +1,5 @@
 // Controllers that the kernel makes up, from their reports to the handlers of an application.
-#include "Support/Await.h"
+#include "Platform/Accounts.h"
 #include "Support/ChildProcess.h"
 #include "Support/EnvironmentVariable.h"
 #include "Support/HandlerRecorder.h"
@@ -21,6 +21,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <systemd/sd-login.h>
 #include <unistd.h>
 #include <vector>
 
@@ -109,11 +110,14 @@ class UinputController : public ::testing::Test {
             CleanupMoxelHandlers();
     }
 
+    static std::string program() {
+        const char *place = std::getenv("MOXELD"); // NOLINT(concurrency-mt-unsafe): nobody changes it
+        return place ? place : MOXELD;
+    }
+    [[nodiscard]] const test::TemporaryFolder &folder() const { return folder_; }
     /// Starts moxeld with these devices, and registers an application.
     void start(const std::vector<std::string> &devices) {
-        const char *place = std::getenv("MOXELD"); // NOLINT(concurrency-mt-unsafe): nobody changes it
-        ChildProcess::Arguments arguments{place ? place : MOXELD, "--bus-folder", folder_.path("bus"),
-                                          "--dead-zone", "0"};
+        ChildProcess::Arguments arguments{program(), "--bus-folder", folder_.path("bus"), "--dead-zone", "0"};
         for (const std::string &device : devices)
             arguments.insert(arguments.end(), {"--device", device});
         moxeld_.emplace(arguments);
@@ -274,6 +278,37 @@ TEST_F(UinputController, EventsThatTheKernelDropsAreMadeUpFor) {
     }));
     controller.report({{EV_KEY, BTN_1, 0}});
     EXPECT_TRUE(awaitButtons(0));
+}
+
+/// What the rules for the controllers grant, they grant only after the device has come.
+TEST_F(UinputController, UserAtTheMachineMayUseControllers) {
+    uid_t user = 0;
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can start a daemon for another user";
+    if (::access("/run/udev/control", F_OK) != 0)
+        GTEST_SKIP() << "udevd does not run";
+    if (::access("/usr/lib/udev/rules.d/70-moxel-input.rules", F_OK) != 0)
+        GTEST_SKIP() << "the rules for controllers are not installed";
+    if (::sd_seat_get_active("seat0", nullptr, &user) < 0)
+        GTEST_SKIP() << "nobody sits at the machine";
+    const std::optional<Account> account = accountOf(user);
+    ASSERT_TRUE(account.has_value());
+    ASSERT_EQ(::chown(folder().path().c_str(), user, static_cast<gid_t>(-1)), 0);
+    ChildProcess daemon(
+        {"su", "-s", "/bin/sh", account->name, "-c",
+         "exec " + program() + " --verbose --device auto --bus-folder " + folder().path("bus") + " 2>&1"});
+    const auto awaitLine = [&](const std::string &part) {
+        std::string line;
+        do
+            line = daemon.readLine();
+        while (!line.empty() && line.find(part) == std::string::npos);
+        return !line.empty();
+    };
+    ASSERT_TRUE(awaitLine("ready "));
+    for (const Axes axes : {Axes::relative, Axes::absolute}) {
+        const VirtualController controller(axes, 1);
+        EXPECT_TRUE(awaitLine("is device 0x12340001 with 6 axes and 2 buttons"));
+    }
 }
 
 } // namespace
