@@ -1,5 +1,6 @@
 #include "Moxel Daemon/DaemonCore.h"
 
+#include "Moxel Daemon/Devices/InputDevice.h"
 #include "Moxel Daemon/Protocol/DaemonReports.h"
 #include "Platform/Log.h"
 #include "Platform/Thread.h"
@@ -41,7 +42,17 @@ DaemonCore::DaemonCore(const Options &options, std::string baseChannelName,
     device_.address = 1;
 }
 
-Result<void> DaemonCore::start() { return faults_.noBaseChannel ? Result<void>() : publishBase(); }
+Result<void> DaemonCore::start() {
+    if (!faults_.noBaseChannel)
+        if (Result<void> published = publishBase(); !published.ok())
+            return published;
+    if (options_.devices.areWanted()) {
+        EventSink &sink = *this;
+        inputDevices_ = std::make_unique<DeviceSource>(*runLoop_, sink, options_.devices, &InputDevice::open);
+        inputDevices_->start();
+    }
+    return {};
+}
 
 void DaemonCore::later(std::function<void()> work) {
     Thread::current()->perform([alive = std::weak_ptr(isAlive_), work = std::move(work)] {
@@ -222,9 +233,15 @@ uint16_t DaemonCore::newClientID() {
     return 0;
 }
 
-void DaemonCore::clientRegistered(DedicatedChannel &channel) {
+void DaemonCore::clientRegistered(DedicatedChannel &channel, bool isAgain) {
     if (faults_.dropChannelAfterRegistration)
         terminateChannel(channel.description().channelID);
+    if (inputDevices_ && !isAgain)
+        for (const Dictionary &message : inputDevices_->arrivals())
+            if (Result<void> sent = channel.sendDictionary(message, options_.traceAsksAcknowledgement,
+                                                           DataOutbox::payloadLimit);
+                !sent.ok())
+                logLine(LogLevel::error, "Error: " + sent.error().message);
     startPlayerWhenReady();
 }
 

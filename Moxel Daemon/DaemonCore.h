@@ -3,6 +3,7 @@
 
 #include "Moxel Daemon/Bus/Channel.h"
 #include "Moxel Daemon/Daemon.h"
+#include "Moxel Daemon/Devices/DeviceSource.h"
 #include "Moxel Daemon/Exports/ExportDesk.h"
 #include "Moxel Daemon/Journal.h"
 #include "Moxel Daemon/Motion/EventSink.h"
@@ -67,11 +68,11 @@ class DaemonCore final : private BaseChannel::Delegate,
     void createChannel(uint64_t channelID, const Peer &peer) override;
     void terminateChannel(uint64_t channelID) override;
     uint16_t newClientID() override;
-    void clientRegistered(DedicatedChannel &channel) override;
+    void clientRegistered(DedicatedChannel &channel, bool isAgain) override;
     [[nodiscard]] Result<void> serveExport(const ApplicationRecord &application, const ExportRequest &request,
                                            ClientExports &exports) override;
 
-    // What traces and movement do
+    // What input devices, traces and movement do
     void happen(const TraceEvent &event) override;
     void sendDeviceState(uint16_t command, int16_t parameter = 0, int32_t value = 0);
     void sendApplicationEvent(const ApplicationEvent &event);
@@ -106,7 +107,8 @@ class DaemonCore final : private BaseChannel::Delegate,
     uint64_t lastDevice_ = 0;
     uint16_t lastClientID_ = 0;
 
-    MoxelStateRecord device_{}; ///< The device's last state.
+    MoxelStateRecord device_{};                  ///< The device's last state.
+    std::unique_ptr<DeviceSource> inputDevices_; ///< Null when none are wanted.
     std::unique_ptr<Movement> movement_;
     std::unique_ptr<TracePlayer> player_;
     std::unique_ptr<TraceStream> stream_; ///< Feeds the player.

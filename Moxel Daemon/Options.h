@@ -1,6 +1,7 @@
 // How a daemon is started.
 #pragma once
 
+#include "Moxel Daemon/Devices/DeviceOptions.h"
 #include "Moxel Daemon/Protocol/Faults.h"
 #include "Moxel Daemon/Protocol/RequestInbox.h"
 
@@ -24,6 +25,7 @@ struct Options {
     /// is none.
     std::optional<uint32_t> user;
     Faults faults;
+    DeviceOptions devices;
 
     /// What the base channel tells of itself, for tests of clients that must look closely.
     std::string baseManufacturer = "Moxel";

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <pthread.h>
 #include <signal.h>
 #include <string>
@@ -30,6 +31,10 @@ using namespace moxel::daemon;
 enum ExitCode { success = 0, failure = 1, badUsage = 2, badTrace = 3, alreadyRunning = 4 };
 
 constexpr const char *examples = R"(Examples:
+  moxeld --device auto
+      bring the motion of the controllers that are attached, or come later, to the clients of this user
+  moxeld --device /dev/input/event7 --dead-zone 20 --scale 0.5
+      use one device, and half of what it moves
   moxeld --movement
       serve clients of this user and move all axes
   moxeld --trace demo.trace --loop
@@ -44,12 +49,13 @@ constexpr const char *examples = R"(Examples:
       a bus of its own, and a daemon that is slow to answer
 
 Exit status: 0 ended as told, 1 failure, 2 bad command line, 3 bad trace, 4 already running.
-The format of traces is described in Documentation/Traces.md.)";
+The format of traces is described in Documentation/Traces.md, devices in Documentation/Devices.md.)";
 
 struct CommandLine {
     Options options;
     PlayOptions play;
     std::string bus = "socket";
+    std::vector<std::string> devices;
     std::string trace;
     bool moves = false;
     double rate = Movement::defaultRate;
@@ -77,6 +83,23 @@ void describe(CLI::App &app, CommandLine &line, std::vector<std::string> &faults
     auto *trace =
         app.add_option("--trace", line.trace, "Play a trace from a file, or from standard input (-)");
     auto *movement = app.add_flag("--movement", line.moves, "Make up movement of all axes")->excludes(trace);
+    auto *device =
+        app.add_option("--device", line.devices,
+                       "Use an input device: its file, or auto for every six-axis controller, else any\n"
+                       "stick or gamepad; may be given more than once")
+            ->type_name("PATH|auto")
+            ->allow_extra_args(false)
+            ->excludes(trace)
+            ->excludes(movement);
+    app.add_option("--dead-zone", line.options.devices.axes.deadZone,
+                   "Deflections up to this one count as none (full deflection is 350)")
+        ->needs(device)
+        ->check(CLI::Range(0.0, 300.0))
+        ->capture_default_str();
+    app.add_option("--scale", line.options.devices.axes.scale, "What the devices' motion is multiplied with")
+        ->needs(device)
+        ->check(CLI::Range(0.01, 100.0))
+        ->capture_default_str();
     app.add_option("--rate", line.rate, "Motion events a second of --movement")
         ->needs(movement)
         ->check(CLI::Range(1 / Movement::highestRate, Movement::highestRate))
@@ -91,6 +114,19 @@ void describe(CLI::App &app, CommandLine &line, std::vector<std::string> &faults
     app.add_option("--fault", faults, "Do something wrong; may be given more than once")
         ->type_name("NAME[=VALUE]");
     app.add_flag("--verbose", line.isVerbose, "Show information on standard error, not only errors");
+}
+
+/// False when a device has no name.
+bool chooseDevices(const std::vector<std::string> &names, DeviceOptions &devices) {
+    for (const std::string &name : names) {
+        if (name.empty())
+            return false;
+        if (name == "auto")
+            devices.choosesItself = true;
+        else
+            devices.paths.push_back(std::filesystem::absolute(name).string());
+    }
+    return true;
 }
 
 // ---------------------------------------------------------------------------------------- Process
@@ -225,6 +261,10 @@ int runProgram(int argumentCount, char **arguments) {
     }
     if (line.trace == "-" && line.play.loop) {
         printError("standard input cannot be looped");
+        return badUsage;
+    }
+    if (!chooseDevices(line.devices, line.options.devices)) {
+        printError("--device needs the path of a device, or auto");
         return badUsage;
     }
     return runDaemon(line);

@@ -6,13 +6,6 @@
 
 namespace moxel::daemon {
 
-namespace {
-
-/// The deflection that devices report at their stops.
-constexpr double fullDeflection = 350;
-
-} // namespace
-
 std::array<int16_t, 6> movementAt(double seconds) {
     constexpr std::array<double, 6> wavelengths{2, 3, 5, 7, 11, 13};
     std::array<int16_t, 6> axis{};

@@ -12,6 +12,9 @@
 
 namespace moxel::daemon {
 
+/// The deflection of an axis that devices report at their stops: the axis values' unit.
+inline constexpr double fullDeflection = 350;
+
 struct MotionEvent {
     std::array<int16_t, 6> axis{}; ///< Translation x, y, z, then rotation x, y, z.
 };

@@ -10,6 +10,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace moxel::daemon {
 
@@ -228,10 +229,10 @@ void DedicatedChannel::registerClient(const RegistrationRequest &request) {
 
 void DedicatedChannel::answerRegistration() {
     sendInput(registrationAnswerReport(description_.clientID, description_.channelID));
-    description_.registered = true;
+    const bool isAgain = std::exchange(description_.registered, true);
     describe();
     logLine(LogLevel::info, name() + ": registered as client " + std::to_string(description_.clientID));
-    delegate_.clientRegistered(*this);
+    delegate_.clientRegistered(*this, isAgain);
 }
 
 void DedicatedChannel::acknowledge() {

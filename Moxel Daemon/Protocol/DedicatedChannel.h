@@ -27,7 +27,8 @@ class DedicatedChannel final : public DataChannel, public std::enable_shared_fro
       public:
         /// A client identifier that nobody has; 0 when all are taken.
         [[nodiscard]] virtual uint16_t newClientID() = 0;
-        virtual void clientRegistered(DedicatedChannel &channel) = 0;
+        /// `isAgain`: it was registered on this channel before.
+        virtual void clientRegistered(DedicatedChannel &channel, bool isAgain) = 0;
         /// Notes in `exports` what a registered application has exported.
         [[nodiscard]] virtual Result<void> serveExport(const ApplicationRecord &application,
                                                        const ExportRequest &request,

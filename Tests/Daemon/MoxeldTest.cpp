@@ -109,7 +109,8 @@ TEST_F(Moxeld, ExplainsItself) {
     const std::string help = daemon.readOutput();
     EXPECT_EQ(daemon.exitStatus(), 0);
     for (const char *text : {"--bus-folder", "--user", "--trace", "--movement", "--rate", "--loop", "--once",
-                             "--wait-client", "--fault", "--verbose", "late-acknowledgement=MS", "Examples:"})
+                             "--wait-client", "--fault", "--verbose", "--device", "--dead-zone", "--scale",
+                             "late-acknowledgement=MS", "Examples:"})
         EXPECT_THAT(help, HasSubstr(text));
 }
 
@@ -125,6 +126,14 @@ TEST_F(Moxeld, RefusesBadCommandLines) {
                                                       {"--movement", "--rate", "0"},
                                                       {"--trace", "-", "--loop"},
                                                       {"--trace", "x", "--loop", "--once"},
+                                                      {"--device"},
+                                                      {"--device", ""},
+                                                      {"--device", "auto", "surplus"},
+                                                      {"--device", "auto", "--movement"},
+                                                      {"--device", "auto", "--trace", "x"},
+                                                      {"--dead-zone", "5"},
+                                                      {"--device", "auto", "--dead-zone", "-1"},
+                                                      {"--device", "auto", "--scale", "0"},
                                                       {"surplus"}}) {
         ChildProcess daemon = run(arguments);
         EXPECT_EQ(daemon.exitStatus(), 2) << arguments.front();
@@ -142,6 +151,19 @@ TEST_F(Moxeld, RefusesBadTracesBeforeItStarts) {
     ChildProcess missing = run({"--trace", folder.path("none")});
     EXPECT_EQ(missing.exitStatus(), 3);
     EXPECT_THAT(missing.readErrors(), HasSubstr("No such file"));
+}
+
+TEST_F(Moxeld, SaysWhichDevicesItCannotUseAndServesOn) {
+    const std::string missing = folder.path("event0");
+    const std::string file = folder.write("event1");
+    ChildProcess daemon = run({"--device", missing, "--device", file, "--dead-zone", "10", "--scale", "0.5"});
+    EXPECT_EQ(daemon.readLine(), readyLine());
+    EXPECT_EQ(RawClient(bus, testBaseName).open(), 0U);
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.exitStatus(), 0);
+    EXPECT_EQ(daemon.readErrors(), "moxeld: Error: " + missing +
+                                       " is not there; it is used as soon as it comes\nmoxeld: Error: " +
+                                       file + ": Inappropriate ioctl for device (it is no input device)\n");
 }
 
 TEST_F(Moxeld, EndsWithItsTraceWhenToldTo) {
