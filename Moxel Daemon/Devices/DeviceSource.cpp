@@ -140,6 +140,11 @@ std::optional<DeviceKind> DeviceSource::kindAt(const std::string &path) {
 // ------------------------------------------------------------------------------------------ Coming
 
 void DeviceSource::attach(const DeviceFile &file, bool isChosen) {
+    // A device whose place has been taken is gone, even if it has not hung up yet.
+    const auto replaced = std::find_if(devices_.begin(), devices_.end(),
+                                       [&](const Device &device) { return device.file.path == file.path; });
+    if (replaced != devices_.end())
+        remove(replaced);
     if (devices_.size() >= deviceLimit) {
         complain(file.path, "Error: " + file.path + " is not used: there are " + std::to_string(deviceLimit) +
                                 " devices already");

@@ -136,7 +136,7 @@ FakeInputAnswers FakeInputAnswers::stick() {
     answers.name = "Test Stick";
     answers.productID = 0x0001;
     answers.capabilities.keys[BTN_TRIGGER] = true;
-    for (const size_t code : {ABS_X, ABS_Y}) {
+    for (size_t code = ABS_X; code <= ABS_Y; ++code) {
         answers.capabilities.absolute[code] = true;
         answers.axes[code].minimum = -100;
         answers.axes[code].maximum = 100;

@@ -297,17 +297,19 @@ TEST_F(UinputController, UserAtTheMachineMayUseControllers) {
     ChildProcess daemon(
         {"su", "-s", "/bin/sh", account->name, "-c",
          "exec " + program() + " --verbose --device auto --bus-folder " + folder().path("bus") + " 2>&1"});
+    std::string said;
     const auto awaitLine = [&](const std::string &part) {
         std::string line;
-        do
+        do {
             line = daemon.readLine();
-        while (!line.empty() && line.find(part) == std::string::npos);
+            said += line + '\n';
+        } while (!line.empty() && line.find(part) == std::string::npos);
         return !line.empty();
     };
     ASSERT_TRUE(awaitLine("ready "));
     for (const Axes axes : {Axes::relative, Axes::absolute}) {
         const VirtualController controller(axes, 1);
-        EXPECT_TRUE(awaitLine("is device 0x12340001 with 6 axes and 2 buttons"));
+        EXPECT_TRUE(awaitLine("is device 0x12340001 with 6 axes and 2 buttons")) << said;
     }
 }
 
