@@ -158,19 +158,25 @@ void LinuxRunLoop::stop() noexcept {
 int LinuxRunLoop::descriptor() const noexcept { return event_ ? sd_event_get_fd(event_) : -1; }
 
 int LinuxRunLoop::dispatch(int timeoutMilliseconds) noexcept {
-    uint64_t timeout = timeoutMilliseconds < 0 ? forever : static_cast<uint64_t>(timeoutMilliseconds) * 1000;
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(timeoutMilliseconds, 0));
+    const auto timeLeft = [&] {
+        return timeoutMilliseconds < 0
+                   ? forever
+                   : toMicroseconds(std::max(Seconds(0), Seconds(deadline - Clock::now())));
+    };
     const int before = *ran_;
     int foreign = 0; // Sources of the application on the same sd-event loop.
     for (int round = 0; round < sourcesPerDispatch; ++round) {
         const int counted = *ran_;
+        const bool hasRun = counted - before + foreign > 0; // A wake-up without work does not end the wait.
         turnIsOurs_ = false;
-        const int result = runOnce(timeout);
+        const int result = runOnce(hasRun ? 0 : timeLeft());
         if (result < 0)
             return *ran_ - before + foreign > 0 ? *ran_ - before + foreign : result;
         if (result == 0)
             break;
         foreign += *ran_ == counted && !turnIsOurs_ ? 1 : 0;
-        timeout = 0;
     }
     return *ran_ - before + foreign;
 }

@@ -1,6 +1,7 @@
 // Control codes: those that the library answers itself and those that go to the daemon.
 #include "Support/CapturedLog.h"
 #include "Support/ControlledClient.h"
+#include "Support/HexBytes.h"
 #include "Support/LiveDaemon.h"
 #include "Support/Python.h"
 
@@ -126,6 +127,27 @@ TEST_F(ClientControl, OtherCodesGoToTheDaemonWithTheirParameter) {
         << "only MoxelControl ignores it";
     EXPECT_EQ(MoxelControl(otherCode, 8, nullptr), 0);
     EXPECT_EQ(lastRequest(), "req=str:moxclientctrl message=int:1836466764 ctrlparm=int:8");
+}
+
+TEST_F(ClientControl, RequestIsThisArchiveByteForByte) {
+    EXPECT_EQ(MoxelClientControl(clientID, otherCode, 7, nullptr), 0);
+    ASSERT_EQ(blocks().size(), 1U);
+    EXPECT_EQ(
+        blocks()[0],
+        test::bytesFromHex(
+            "62706c6973743030d4010203040506070a582476657273696f6e592461726368697665725424746f7058246f626a6563"
+            "74"
+            "7312000186a05f100f4e534b657965644172636869766572d1080954726f6f748001a90b0c191a1b1c1d1e1f55246e75"
+            "6c"
+            "6cd30d0e0f101418574e532e6b6579735a4e532e6f626a656374735624636c617373a3111213800280038004a3151617"
+            "80"
+            "05800680078008"
+            "53726571576d657373616765586374726c7061726d5d6d6f78636c69656e746374726c126d76424c1007d220212223"
+            "5a24636c6173736e616d655824636c61737365735c4e5344696374696f6e617279a22224584e534f626a65637408111a"
+            "24"
+            "293237494c51535d636a727d84888a8c8e929496989a9ea6afbdc2c4c9d4ddeaed000000000000010100000000000000"
+            "25"
+            "000000000000000000000000000000f6"));
 }
 
 TEST_F(ClientControl, RequestIsAnnouncedOnTheDedicatedChannel) {

@@ -2,6 +2,7 @@
 #include "Control/ClientMasks.h"
 #include "Support/CapturedLog.h"
 #include "Support/ControlledClient.h"
+#include "Support/HexBytes.h"
 #include "Support/LiveDaemon.h"
 #include "Support/Python.h"
 
@@ -27,64 +28,57 @@ const std::string function = "void SetMoxelClientMasks(uint16_t, bool, uint32_t,
 
 class ClientMasks : public test::ControlledClientTest {};
 
-Bytes bytesFromHex(std::string_view text) {
-    Bytes bytes;
-    for (size_t i = 0; i + 1 < text.size(); i += 2)
-        bytes.push_back(static_cast<uint8_t>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16)));
-    return bytes;
-}
-
 /// What SetMoxelClientMask(..., 0xFEDCBA98) sends.
-const Bytes eventMaskArchive =
-    bytesFromHex("62706C6973743030"                     // header
-                 "D4010203040506070A"                   // 0: dictionary of 4
-                 "582476657273696F6E"                   // 1: "$version"
-                 "59246172636869766572"                 // 2: "$archiver"
-                 "5424746F70"                           // 3: "$top"
-                 "58246F626A65637473"                   // 4: "$objects"
-                 "12000186A0"                           // 5: 100000
-                 "5F100F4E534B657965644172636869766572" // 6: "NSKeyedArchiver"
-                 "D10809"                               // 7: dictionary of 1
-                 "54726F6F74"                           // 8: "root"
-                 "8001"                                 // 9: UID 1
-                 "AC0B0C1C1D1E1F202122232425"           // 10: array of 12
-                 "55246E756C6C"                         // 11: "$null"
-                 "D30D0E0F10161B"                       // 12: dictionary of 3
-                 "574E532E6B657973"                     // 13: "NS.keys"
-                 "5A4E532E6F626A65637473"               // 14: "NS.objects"
-                 "5624636C617373"                       // 15: "$class"
-                 "A51112131415"                         // 16: array of 5
-                 "8002"                                 // 17: UID 2
-                 "8003"                                 // 18: UID 3
-                 "8004"                                 // 19: UID 4
-                 "8005"                                 // 20: UID 5
-                 "8006"                                 // 21: UID 6
-                 "A51718191A1A"                         // 22: array of 5
-                 "8007"                                 // 23: UID 7
-                 "8008"                                 // 24: UID 8
-                 "8009"                                 // 25: UID 9
-                 "800A"                                 // 26: UID 10
-                 "800B"                                 // 27: UID 11
-                 "53726571"                             // 28: "req"
-                 "58627365746D61736B"                   // 29: "bsetmask"
-                 "5A636C69656E746D61736B"               // 30: "clientmask"
-                 "5E62736574627574746F6E6D61736B"       // 31: "bsetbuttonmask"
-                 "5A627574746F6E6D61736B"               // 32: "buttonmask"
-                 "5E736574636C69656E746D61736B73"       // 33: "setclientmasks"
-                 "1001"                                 // 34: 1
-                 "12FEDCBA98"                           // 35: 4275878552
-                 "1000"                                 // 36: 0
-                 "D226272829"                           // 37: dictionary of 2
-                 "5A24636C6173736E616D65"               // 38: "$classname"
-                 "5824636C6173736573"                   // 39: "$classes"
-                 "5C4E5344696374696F6E617279"           // 40: "NSDictionary"
-                 "A2282A"                               // 41: array of 2
-                 "584E534F626A656374"                   // 42: "NSObject"
-                 "00080011001A00240029003200370049004C0051005300600066006D007500800087008D008F0091" // offsets
-                 "009300950097009D009F00A100A300A500A700AB00B400BF00CE00D900E800EA00EF00F100F60101"
-                 "010A0117011A"
-                 "0000000000000201000000000000002B00000000000000000000000000000123" // trailer
-    );
+const Bytes eventMaskArchive = test::bytesFromHex(
+    "62706C6973743030"                                                                 // header
+    "D4010203040506070A"                                                               // 0: dictionary of 4
+    "582476657273696F6E"                                                               // 1: "$version"
+    "59246172636869766572"                                                             // 2: "$archiver"
+    "5424746F70"                                                                       // 3: "$top"
+    "58246F626A65637473"                                                               // 4: "$objects"
+    "12000186A0"                                                                       // 5: 100000
+    "5F100F4E534B657965644172636869766572"                                             // 6: "NSKeyedArchiver"
+    "D10809"                                                                           // 7: dictionary of 1
+    "54726F6F74"                                                                       // 8: "root"
+    "8001"                                                                             // 9: UID 1
+    "AC0B0C1C1D1E1F202122232425"                                                       // 10: array of 12
+    "55246E756C6C"                                                                     // 11: "$null"
+    "D30D0E0F10161B"                                                                   // 12: dictionary of 3
+    "574E532E6B657973"                                                                 // 13: "NS.keys"
+    "5A4E532E6F626A65637473"                                                           // 14: "NS.objects"
+    "5624636C617373"                                                                   // 15: "$class"
+    "A51112131415"                                                                     // 16: array of 5
+    "8002"                                                                             // 17: UID 2
+    "8003"                                                                             // 18: UID 3
+    "8004"                                                                             // 19: UID 4
+    "8005"                                                                             // 20: UID 5
+    "8006"                                                                             // 21: UID 6
+    "A51718191A1A"                                                                     // 22: array of 5
+    "8007"                                                                             // 23: UID 7
+    "8008"                                                                             // 24: UID 8
+    "8009"                                                                             // 25: UID 9
+    "800A"                                                                             // 26: UID 10
+    "800B"                                                                             // 27: UID 11
+    "53726571"                                                                         // 28: "req"
+    "58627365746D61736B"                                                               // 29: "bsetmask"
+    "5A636C69656E746D61736B"                                                           // 30: "clientmask"
+    "5E62736574627574746F6E6D61736B"                                                   // 31: "bsetbuttonmask"
+    "5A627574746F6E6D61736B"                                                           // 32: "buttonmask"
+    "5E736574636C69656E746D61736B73"                                                   // 33: "setclientmasks"
+    "1001"                                                                             // 34: 1
+    "12FEDCBA98"                                                                       // 35: 4275878552
+    "1000"                                                                             // 36: 0
+    "D226272829"                                                                       // 37: dictionary of 2
+    "5A24636C6173736E616D65"                                                           // 38: "$classname"
+    "5824636C6173736573"                                                               // 39: "$classes"
+    "5C4E5344696374696F6E617279"                                                       // 40: "NSDictionary"
+    "A2282A"                                                                           // 41: array of 2
+    "584E534F626A656374"                                                               // 42: "NSObject"
+    "00080011001A00240029003200370049004C0051005300600066006D007500800087008D008F0091" // offsets
+    "009300950097009D009F00A100A300A500A700AB00B400BF00CE00D900E800EA00EF00F100F60101"
+    "010A0117011A"
+    "0000000000000201000000000000002B00000000000000000000000000000123" // trailer
+);
 
 TEST_F(ClientMasks, RequestIsThisArchiveByteForByte) {
     SetMoxelClientMask(clientID, 0xFEDCBA98);

@@ -220,9 +220,8 @@ TEST(RunLoop, DispatchRunsEverythingThatIsDueAndCountsIt) {
 
 TEST(RunLoop, DispatchWaitsAtMostItsTimeout) {
     onFreshThread([](RunLoop &loop) {
-        loop.dispatch(0);
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(loop.dispatch(30), 0);
+        EXPECT_EQ(loop.dispatch(30), 0); // A fresh loop is woken once, to look for what was posted before.
         EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
     });
 }
@@ -230,7 +229,6 @@ TEST(RunLoop, DispatchWaitsAtMostItsTimeout) {
 TEST(RunLoop, DispatchWithNegativeTimeoutWaitsForWork) {
     onFreshThread([](RunLoop &loop) {
         const std::shared_ptr<Thread> self = Thread::current();
-        loop.dispatch(0);
         bool ran = false;
         std::thread poster([&] { self->perform([&ran] { ran = true; }); });
         EXPECT_EQ(loop.dispatch(-1), 1);

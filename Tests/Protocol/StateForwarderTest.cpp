@@ -6,9 +6,24 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <future>
+#include <new>
 #include <thread>
 #include <vector>
+
+namespace {
+thread_local size_t allocations = 0;
+} // namespace
+
+void *operator new(std::size_t size) {
+    ++allocations;
+    if (void *memory = std::malloc(size == 0 ? 1 : size))
+        return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void *memory) noexcept { std::free(memory); }
+void operator delete(void *memory, std::size_t) noexcept { std::free(memory); }
 
 namespace moxel {
 namespace {
@@ -168,6 +183,21 @@ TEST_F(Forwarding, BetweenTwoThreadsLosesNoImportantRecordAndEndsWithTheNewest) 
     }
     EXPECT_EQ(important, count / 10);
     EXPECT_EQ(client->outstandingStateCallbacks(), 0);
+}
+
+TEST_F(Forwarding, AllocatesNothingOnceThePoolIsFilled) {
+    const auto round = [this] {
+        for (const uint16_t command : std::initializer_list<uint16_t>{3, 10, 2, 11, 3})
+            forward(command, 1);
+    };
+    round();
+    dispatchAll();
+    for (int i = 0; i < 100; ++i) {
+        const size_t before = allocations;
+        round();
+        EXPECT_EQ(allocations, before);
+        dispatchAll();
+    }
 }
 
 } // namespace

@@ -126,6 +126,12 @@ TEST_F(ExportTool, SaysWhatIsWrongWithADescription) {
     EXPECT_TRUE(moxeld->observe().departed.empty()) << "no session for what cannot be exported";
 }
 
+TEST_F(ExportTool, SaysWhatCannotBeWritten) {
+    const Finished tool = run({"export", "--name", "a/b", write(description)});
+    EXPECT_EQ(tool.exitCode, 1);
+    EXPECT_THAT(tool.errors, HasSubstr("cannot export the commands"));
+}
+
 TEST_F(ExportTool, NeedsTheDriversDefaultCommands) {
     std::filesystem::remove(folders.applicationSupport() + "/Moxel/MxlWare/MxlCommands.plist");
     for (const Arguments &arguments : {Arguments{"export", write(description)}, Arguments{"commands"},
@@ -162,12 +168,24 @@ TEST_F(ExportTool, CommandsShowsWhatApplicationsHaveExported) {
     EXPECT_EQ(json[0]["settings"]["speed"], "fast");
 }
 
+TEST_F(ExportTool, CommandsLetsNoTextControlTheTerminal) {
+    folders.write(folders.base("SyncApplications.plist"),
+                  "{ \"mox\033[31mel\" = { \"a_1\" = { name = \"a\033[32m\"; clientname = a; }; }; }");
+    const Finished tool = run({"commands"});
+    EXPECT_EQ(tool.exitCode, 0) << tool.errors;
+    EXPECT_THAT(tool.output, HasSubstr("[31mel"));
+    EXPECT_THAT(tool.output, Not(HasSubstr("\x1b")));
+}
+
 TEST_F(ExportTool, SearchFindsCommandsByTheirLabels) {
     ASSERT_EQ(exportText(description).exitCode, 0);
     EXPECT_EQ(run({"search", "COPY"}).output, "\"moxelctl\": \"Editing\" > \"Copy\"  \"copy\"\n"
                                               "\"moxelctl\": \"Viewing\" > \"Open copy\"  \"open\"\n");
     EXPECT_EQ(run({"search", "--exact", "cut \xC3\x89"}).output,
               "\"moxelctl\": \"Editing\" > \"More\" > \"Cut \xC3\xA9\"  \"cut\"\n");
+    EXPECT_EQ(
+        Json::parse(run({"search", "--json", "open"}).output),
+        (Json::array({{{"application", "moxelctl"}, {"path", {"Viewing", "Open copy"}}, {"id", "open"}}})));
     EXPECT_EQ(run({"search", "nothing"}).exitCode, 1);
     EXPECT_EQ(run({"search", "copy", "--application", "other"}).exitCode, 1);
 }
@@ -176,6 +194,8 @@ TEST_F(ExportTool, SettingsAreStoredAndRead) {
     EXPECT_EQ(run({"settings", "get", "speed"}).exitCode, 1) << "nothing is stored";
     EXPECT_EQ(run({"settings", "set", "speed", "very \xC3\xA9"}).exitCode, 0);
     EXPECT_EQ(run({"settings", "get", "speed"}).output, "very \xC3\xA9\n");
+    EXPECT_EQ(Json::parse(run({"settings", "get", "speed", "--json"}).output),
+              (Json{{"name", "speed"}, {"value", "very \xC3\xA9"}}));
     EXPECT_EQ(run({"settings", "get", "never"}).output, "(null)\n");
     EXPECT_EQ(run({"settings", "get", "speed", "--name", "other"}).exitCode, 1);
     EXPECT_EQ(run({"settings"}).exitCode, 2);

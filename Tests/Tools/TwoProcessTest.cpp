@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 namespace moxel::test {
 namespace {
@@ -36,6 +38,40 @@ TEST_F(TwoProcesses, ApplicationPollsEventsBesideItsStandardInput) {
     EXPECT_GE(std::stoi(ended.output), 5) << "buttons and application events are never merged";
     EXPECT_EQ(ended.errors, "");
     EXPECT_EQ(ended.exitCode, 0);
+}
+
+/// How often the threads of a process have gone to sleep.
+long sleeps(pid_t process) {
+    long total = 0;
+    for (const auto &thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        std::ifstream status(thread.path() / "status");
+        for (std::string line; std::getline(status, line);)
+            if (line.starts_with("voluntary_ctxt_switches:"))
+                total += std::stol(line.substr(line.find(':') + 1));
+    }
+    return total;
+}
+
+TEST_F(TwoProcesses, IdleSessionSleeps) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the sanitizer has a thread that wakes";
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+    GTEST_SKIP() << "the sanitizer has a thread that wakes";
+#endif
+#endif
+    ChildProcess daemon = start(MOXELD, {});
+    awaitReady(daemon);
+    ChildProcess poll = start(EXAMPLE_POLL, {});
+    ASSERT_EQ(poll.readLine(), "registered as 1");
+    bool slept = false; // Registration may leave something to do; then two seconds must pass without a wake.
+    for (int i = 0; i < 5 && !slept; ++i) {
+        const long before = sleeps(poll.identifier());
+        std::this_thread::sleep_for(std::chrono::seconds(2)); // What is measured is a stretch of time.
+        slept = sleeps(poll.identifier()) == before;
+    }
+    EXPECT_TRUE(slept);
 }
 
 TEST_F(TwoProcesses, SmallestApplicationPrintsStates) {

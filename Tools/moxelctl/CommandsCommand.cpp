@@ -4,6 +4,7 @@
 #include "ExitCode.h"
 #include "ExportedApplication.h"
 #include "Output.h"
+#include "Platform/LogText.h"
 #include "QuotedText.h"
 #include "ValueJson.h"
 #include "Values/Format.h"
@@ -50,7 +51,8 @@ std::string imageRows(const Dictionary &images) {
     std::string rows;
     for (const Dictionary::Entry &entry : images.entries()) {
         const Dictionary image = entry.value.asDictionary();
-        rows += "    " + quotedText(entry.key.view()) + "  " + image["imagetype"].asString().string();
+        rows += "    " + quotedText(entry.key.view()) + "  " +
+                printableText(image["imagetype"].asString().view());
         rows += image["path"] ? "  " + text(image["path"]) : std::string();
         rows += "\n";
     }
@@ -107,7 +109,7 @@ Examples:
         std::string rows;
         for (const ExportedApplication &application : applications) {
             const Dictionary preferences = application.preferences();
-            rows += quotedText(application.name) + "  " + application.bundleID + "\n";
+            rows += quotedText(application.name) + "  " + printableText(application.bundleID) + "\n";
             rows += section("commands", setRows(store->appExportedCommandsDictUsingPrefs(preferences),
                                                 store->activeCommandSetIDForPrefs(preferences)));
             rows += section("images", imageRows(store->imageDictionaryForPrefs(preferences)));

@@ -110,26 +110,27 @@ Examples:
 
     [[nodiscard]] static int exportAll(uint16_t clientID, const ActionTree &tree) {
         const DriverLog log;
-        const auto check = [&log](int16_t result, const char *what) {
-            if (result != kMoxelResultOK)
-                complain(std::string("the driver did not take the ") + what + ": " +
-                             (log.lastError().empty() ? "the file cannot be written" : log.lastError()),
-                         "MOXEL_LOG=stderr shows each step.");
-            return result == kMoxelResultOK;
+        const auto check = [&log](int16_t result, const char *what) -> int {
+            if (result == kMoxelResultOK)
+                return success;
+            const std::string error = log.lastError();
+            const bool isUnanswered = error.starts_with("Timeout");
+            complain(std::string(isUnanswered ? "the driver did not take the " : "cannot export the ") +
+                         what + ": " + (error.empty() ? "the file cannot be written" : error),
+                     "MOXEL_LOG=stderr shows each step.");
+            return isUnanswered ? noAnswer : failure;
         };
-        if (!check(MoxelClientWriteCommands(clientID, kMoxelExportTree, 0, tree.sets()), "commands"))
-            return noAnswer;
-        if (!tree.images().empty() &&
-            !check(MoxelClientWriteImages(clientID, kMoxelExportImages, tree.images().data(),
-                                          tree.images().size()),
-                   "images"))
-            return noAnswer;
+        int code = check(MoxelClientWriteCommands(clientID, kMoxelExportTree, 0, tree.sets()), "commands");
+        if (code == success && !tree.images().empty())
+            code = check(MoxelClientWriteImages(clientID, kMoxelExportImages, tree.images().data(),
+                                                tree.images().size()),
+                         "images");
         for (const auto &[name, value] : tree.settings())
-            if (!check(MoxelClientSetSettingValue(clientID, name.c_str(), value.c_str()), "settings"))
-                return noAnswer;
-        return check(MoxelClientActivateActionSet(clientID, tree.activeSet().c_str()), "active set")
-                   ? success
-                   : noAnswer;
+            if (code == success)
+                code = check(MoxelClientSetSettingValue(clientID, name.c_str(), value.c_str()), "settings");
+        return code == success
+                   ? check(MoxelClientActivateActionSet(clientID, tree.activeSet().c_str()), "active set")
+                   : code;
     }
 
     [[nodiscard]] int tellExported(const ActionTree &tree) const {

@@ -7,6 +7,8 @@
 #include "ExportedApplication.h"
 #include "Output.h"
 
+#include <nlohmann/json.hpp>
+#include <string>
 #include <vector>
 
 namespace moxel::tool {
@@ -37,6 +39,7 @@ class SettingsCommand final : public Command {
         get_->add_option("NAME", setting_, "Name of the setting")->required()->type_name("");
         set->add_option("NAME", setting_, "Name of the setting")->required()->type_name("");
         set->add_option("VALUE", value_, "Its new value")->required()->type_name("");
+        get_->add_flag("--json", json_, "Print one JSON object");
         for (CLI::App *action : {get_, set})
             action->add_option("--name", name_, "Register under this name, whose settings these are")
                 ->type_name("NAME")
@@ -64,11 +67,18 @@ Examples:
         return noAnswer;
     }
 
+    [[nodiscard]] std::string jsonText(const char *value) const {
+        using Json = nlohmann::ordered_json;
+        return Json{{"name", setting_}, {"value", value}}.dump(-1, ' ', false,
+                                                               Json::error_handler_t::replace) +
+               "\n";
+    }
+
     [[nodiscard]] int get(uint16_t clientID) const {
         std::vector<char> buffer(valueLimit);
         uint64_t length = buffer.size();
         if (MoxelClientGetSettingValue(clientID, setting_.c_str(), buffer.data(), &length) == kMoxelResultOK)
-            return printResult(std::string(buffer.data()) + "\n");
+            return printResult(json_ ? jsonText(buffer.data()) : std::string(buffer.data()) + "\n");
         complain("no setting has been stored under the name \"" + name_ + "\"",
                  "\"moxelctl settings set\" stores one.");
         return failure;
@@ -78,6 +88,7 @@ Examples:
     std::string name_ = "moxelctl";
     std::string setting_;
     std::string value_;
+    bool json_ = false;
 };
 
 } // namespace
