@@ -198,16 +198,22 @@ void DaemonCore::reviewPeers() {
 
 /// Looks later whether a channel has been in use; the time it takes to reopen one does no harm.
 void DaemonCore::watchUse(uint64_t channelID) {
-    const DedicatedChannel *candidate = channel(channelID);
+    DedicatedChannel *candidate = channel(channelID);
     if (unowned_[channelID] || candidate == nullptr || candidate->openCount() > 0)
         return;
+    // The channel that has the identifier by then may be another one.
+    const auto look = [this, watched = candidate->weak_from_this(), channelID] {
+        const auto later = watched.lock();
+        if (!later)
+            return;
+        unowned_[channelID] = false;
+        if (later->openCount() == 0)
+            removeChannel(channelID);
+    };
     const Result<void> scheduled =
-        runLoop_->performAfterDelay(disuseLimit, [this, alive = std::weak_ptr(isAlive_), channelID] {
-            if (alive.expired() || !unowned_.contains(channelID))
-                return;
-            unowned_[channelID] = false;
-            if (const DedicatedChannel *later = channel(channelID); later && later->openCount() == 0)
-                removeChannel(channelID);
+        runLoop_->performAfterDelay(disuseLimit, [look, alive = std::weak_ptr(isAlive_)] {
+            if (!alive.expired())
+                look();
         });
     unowned_[channelID] = scheduled.ok();
 }

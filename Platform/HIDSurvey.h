@@ -52,7 +52,8 @@ struct SurveyedBus {
     size_t unseenDevices = 0;            ///< Beyond those.
 };
 
-/// Any thread. Every device is asked for a sign of life, all together, for 1 s at most; none is opened.
-[[nodiscard]] MOXEL_EXPORT std::vector<SurveyedBus> surveyHIDBuses();
+/// Any thread. Every device is asked for a sign of life, all together, for 1 s at most; none is opened. Of
+/// the platform's own devices only those of `vendorID` count, and their bus is left out where there are none.
+[[nodiscard]] MOXEL_EXPORT std::vector<SurveyedBus> surveyHIDBuses(uint16_t vendorID);
 
 } // namespace moxel

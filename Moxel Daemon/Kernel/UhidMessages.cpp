@@ -25,18 +25,18 @@ constexpr uint8_t outputItem = 0x91;
 
 struct DescribedReport {
     uint8_t identifier;
-    size_t size; ///< Without the identifier.
     uint8_t direction;
+    uint16_t size; ///< Without the identifier.
 };
 
 constexpr DescribedReport channelReports[] = {
-    {wire::daemonMessage, uhidInputReportSize - 1, inputItem},
-    {wire::programReport0, tagAndPayloadSize, outputItem},
-    {wire::controlReport, tagAndPayloadSize, outputItem},
-    {wire::storageSlot0Write, tagAndPayloadSize, outputItem},
-    {wire::storageSlot0Read, slotSize, outputItem},
-    {wire::storageSlot1Write, tagAndPayloadSize, outputItem},
-    {wire::applicationInfo, tagAndPayloadSize, outputItem},
+    {wire::daemonMessage, inputItem, uhidInputReportSize - 1},
+    {wire::programReport0, outputItem, tagAndPayloadSize},
+    {wire::controlReport, outputItem, tagAndPayloadSize},
+    {wire::storageSlot0Write, outputItem, tagAndPayloadSize},
+    {wire::storageSlot0Read, outputItem, slotSize},
+    {wire::storageSlot1Write, outputItem, tagAndPayloadSize},
+    {wire::applicationInfo, outputItem, tagAndPayloadSize},
 };
 
 uint8_t low(size_t number) { return static_cast<uint8_t>(number & 0xFF); }

@@ -1,5 +1,5 @@
-// Surveys the user-space bus: lists its folder as a client does, connects to each socket and asks for a
-// reply.
+// Surveys the user-space bus, whose folder it lists as a client does, to connect to each socket and ask for a
+// reply, and the kernel's devices, which it does not open.
 #include "Platform/HIDSurvey.h"
 
 #include "Platform/Linux/BusConnection.h"
@@ -7,6 +7,7 @@
 #include "Platform/Linux/BusMessage.h"
 #include "Platform/Linux/BusSocket.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/HidrawNode.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -217,8 +218,44 @@ SurveyedBus surveyFolder(std::string path) {
     return bus;
 }
 
+/// The kernel does not tell who made a device, nor whether he still answers.
+SurveyedDevice surveyNode(const HidrawNode &node) {
+    SurveyedDevice device;
+    device.place = node.place;
+    const Result<void> rights = checkRights(node);
+    device.state = rights.ok() ? State::ready : State::unreachable;
+    if (!rights.ok())
+        device.problem = rights.error().message +
+                         "; this udev rule would allow it: " + udevRuleForVendor(node.properties.vendorID);
+    device.name = node.properties.name;
+    device.manufacturer = node.properties.manufacturer;
+    device.product = node.properties.product;
+    device.serialNumber = node.properties.serialNumber;
+    device.vendorID = node.properties.vendorID;
+    device.productID = node.properties.productID;
+    return device;
+}
+
+SurveyedBus surveyNodes(uint16_t vendorID) {
+    SurveyedBus bus;
+    bus.place = "/dev";
+    bus.state = SurveyedBus::State::usable;
+    for (const std::string &name : hidrawNames().valueOr(std::vector<std::string>())) {
+        const std::optional<HidrawNode> node = readHidrawNode(name);
+        if (node && node->properties.vendorID == vendorID)
+            bus.devices.push_back(surveyNode(*node)); // The kernel has 64 at most.
+    }
+    std::ranges::sort(bus.devices, {}, &SurveyedDevice::place);
+    return bus;
+}
+
 } // namespace
 
-std::vector<SurveyedBus> surveyHIDBuses() { return {surveyFolder(BusFolder::standardPath())}; }
+std::vector<SurveyedBus> surveyHIDBuses(uint16_t vendorID) {
+    std::vector<SurveyedBus> buses{surveyFolder(BusFolder::standardPath())};
+    if (SurveyedBus kernel = surveyNodes(vendorID); !kernel.devices.empty())
+        buses.push_back(std::move(kernel));
+    return buses;
+}
 
 } // namespace moxel

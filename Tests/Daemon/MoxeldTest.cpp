@@ -108,9 +108,9 @@ TEST_F(Moxeld, ExplainsItself) {
     ChildProcess daemon = runBare({"--help"});
     const std::string help = daemon.readOutput();
     EXPECT_EQ(daemon.exitStatus(), 0);
-    for (const char *text : {"--bus-folder", "--user", "--trace", "--movement", "--rate", "--loop", "--once",
-                             "--wait-client", "--fault", "--verbose", "--device", "--dead-zone", "--scale",
-                             "late-acknowledgement=MS", "Examples:"})
+    for (const char *text : {"--bus ", "--bus-folder", "--user", "--trace", "--movement", "--rate", "--loop",
+                             "--once", "--wait-client", "--fault", "--verbose", "--device", "--dead-zone",
+                             "--scale", "late-acknowledgement=MS", "Examples:"})
         EXPECT_THAT(help, HasSubstr(text));
 }
 
@@ -134,12 +134,22 @@ TEST_F(Moxeld, RefusesBadCommandLines) {
                                                       {"--dead-zone", "5"},
                                                       {"--device", "auto", "--dead-zone", "-1"},
                                                       {"--device", "auto", "--scale", "0"},
+                                                      {"--bus", "nonsense"},
+                                                      {"--bus", "uhid"}, // Has no folder.
                                                       {"surplus"}}) {
         ChildProcess daemon = run(arguments);
         EXPECT_EQ(daemon.exitStatus(), 2) << arguments.front();
         EXPECT_NE(daemon.readErrors(), "");
         EXPECT_EQ(daemon.readOutput(), "");
     }
+}
+
+TEST_F(Moxeld, SaysWhyTheKernelMakesNoDevices) {
+    if (::access("/dev/uhid", R_OK | W_OK) == 0)
+        GTEST_SKIP() << "this kernel makes them";
+    ChildProcess daemon = runBare({"--bus", "uhid"});
+    EXPECT_EQ(daemon.exitStatus(), 1);
+    EXPECT_THAT(daemon.readErrors(), HasSubstr("moxeld: Cannot open /dev/uhid: "));
 }
 
 TEST_F(Moxeld, RefusesBadTracesBeforeItStarts) {

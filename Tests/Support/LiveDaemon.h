@@ -72,6 +72,8 @@ class LiveDaemonTest : public ::testing::Test {
     }
     /// Ends the calling thread's session, whatever its state.
     static void endSession() {
+        if (CurrentPendingClient()) // It may stand beside one whose registration failed.
+            CleanupMoxelHandlers();
         if (CurrentClientViaClientID(0))
             UnregisterMoxelClient(0);
         if (CurrentPendingClient())

@@ -46,6 +46,8 @@ Finding findingOfBaseChannel(const SurveyedDevice &channel) {
     case SurveyedDevice::State::ready:
         return {"the driver does not let this program open its channel " + channel.name,
                 "Start the driver (moxeld) again; MOXEL_LOG=stderr shows each step."};
+    case SurveyedDevice::State::unreachable:
+        return {name + " cannot be used: " + channel.problem, "Give this user the right to use it."};
     default:
         return {name + " does not work: " + channel.problem, "The driver hangs: stop it and start it again."};
     }
@@ -71,7 +73,7 @@ Finding findingOfDevices(const SurveyedBus &bus) {
 std::string baseChannelName() { return format("MxlVirtualHIDData_Base%08X", MoxelGetSessionUserID()); }
 
 void explainMissingDriver() {
-    for (const SurveyedBus &bus : surveyHIDBuses()) {
+    for (const SurveyedBus &bus : surveyHIDBuses(kMoxelVendorID)) {
         const Finding finding =
             bus.state == SurveyedBus::State::usable ? findingOfDevices(bus) : findingOfBus(bus);
         complain("no driver answers: " + finding.problem, finding.remedy);

@@ -8,6 +8,7 @@
 #include "Platform/HIDSurvey.h"
 #include "Platform/LogText.h"
 #include "Values/Format.h"
+#include <Moxel/MoxelClient.h>
 
 #include <algorithm>
 #include <array>
@@ -162,7 +163,7 @@ class ListCommand final : public Command {
     ListCommand() : Command("list", "Show the channels on the buses, their owners and states") {}
 
     int run() override {
-        const std::vector<SurveyedBus> buses = surveyHIDBuses();
+        const std::vector<SurveyedBus> buses = surveyHIDBuses(kMoxelVendorID);
         std::string text;
         Json list = Json::array();
         for (const SurveyedBus &bus : buses) {
