@@ -60,6 +60,7 @@ std::vector<std::string> DeviceFolder::eventDevices(const std::string &path) {
             found.emplace_back(*number, entry->path().string());
     std::sort(found.begin(), found.end());
     std::vector<std::string> paths;
+    paths.reserve(found.size());
     for (auto &[number, file] : found)
         paths.push_back(std::move(file));
     return paths;
