@@ -51,7 +51,7 @@ std::shared_ptr<MoxelClientAPI> MoxelClientAPI::create(MoxelMessageHandlerProc m
                                                        MoxelAddedHandlerProc addedHandler,
                                                        MoxelRemovedHandlerProc removedHandler,
                                                        bool threaded) {
-    const std::shared_ptr<MoxelClientAPI> client(new MoxelClientAPI());
+    std::shared_ptr<MoxelClientAPI> client(new MoxelClientAPI());
     client->observerSettingsFile_ = CFileObserver::init();
     client->channelID_ = makeChannelIdentifier();
     client->m_uUserID_ = MoxelGetSessionUserID();

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -129,7 +128,7 @@ int LinuxRunLoop::runOnce(uint64_t timeoutMicroseconds) noexcept {
 void LinuxRunLoop::run() {
     while (!takeStop()) {
         if (const int result = runOnce(forever); result < 0) {
-            logLine(LogLevel::error, std::string("Error: the run loop failed: ") + std::strerror(-result));
+            logLine(LogLevel::error, systemError("Error: the run loop failed", -result).message);
             return;
         }
     }
