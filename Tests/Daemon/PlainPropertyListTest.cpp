@@ -166,7 +166,7 @@ TEST(DaemonPropertyList, NestingIsLimited) {
     EXPECT_FALSE(readXML(nested(500000)).ok());
     EXPECT_TRUE(writePropertyList(*deepest).ok());
     EXPECT_EQ(*readPropertyList(*writePropertyList(*deepest)), *deepest);
-    EXPECT_FALSE(writePropertyList(Array{Array{*deepest}}).ok());
+    EXPECT_FALSE(writePropertyList(Array{Value(Array{*deepest})}).ok());
 }
 
 TEST(DaemonPropertyList, BinaryListsThatHoldThemselvesAreRefused) {

@@ -5,6 +5,9 @@ find_program(MOXEL_GNUSTEP_CONFIG gnustep-config)
 function(moxel_ask_gnustep variable question)
     execute_process(COMMAND ${MOXEL_GNUSTEP_CONFIG} ${question}
         OUTPUT_VARIABLE answer OUTPUT_STRIP_TRAILING_WHITESPACE)
+    if(NOT answer) # It says nothing, and succeeds, where make is missing.
+        message(FATAL_ERROR "${MOXEL_GNUSTEP_CONFIG} does not answer ${question}; is make installed?")
+    endif()
     separate_arguments(words UNIX_COMMAND "${answer}")
     set(${variable} ${words} PARENT_SCOPE)
 endfunction()
