@@ -61,6 +61,8 @@ Result<BusMessage> parseBusMessage(std::span<const uint8_t> received, size_t sen
         return Error{"a message without a whole header"};
     if (sentSize > hidbus::messageLimit)
         return Error{"a message with a payload of more than 4096 bytes"};
+    if (sentSize > received.size())
+        return Error{"a message of which only a part was received"};
     const auto header = copyLayout<MessageHeader>(received);
     if (header.reportType > static_cast<uint8_t>(HIDReportType::feature) || header.reserved != 0)
         return Error{"a message with an unknown report type or a reserved byte that is not 0"};
