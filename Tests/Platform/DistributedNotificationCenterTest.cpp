@@ -293,7 +293,7 @@ const ChildProgram postToStoppedBus("postToStoppedBus", [] {
     EXPECT_THAT(listener.waitFor(1), SizeIs(1));
     daemon.signal(SIGSTOP);
     const auto start = Clock::now();
-    postDistributedNotification("held up", std::string(5'000'000, 'x')); // more than sockets hold
+    postDistributedNotification("held up", std::string(20'000'000, 'x')); // more than sockets hold
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
     EXPECT_THAT(log.errors, SizeIs(1));
     daemon.signal(SIGCONT);

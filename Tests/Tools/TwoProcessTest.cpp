@@ -1,4 +1,5 @@
 // The daemon's program and applications, each a process of its own.
+#include "Support/ThreadSanitizer.h"
 #include "Tools/ToolTest.h"
 
 #include <algorithm>
@@ -54,13 +55,8 @@ long sleeps(pid_t process) {
 }
 
 TEST_F(TwoProcesses, IdleSessionSleeps) {
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the sanitizer has a thread that wakes";
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-    GTEST_SKIP() << "the sanitizer has a thread that wakes";
-#endif
-#endif
+    if (MOXEL_UNDER_THREAD_SANITIZER)
+        GTEST_SKIP() << "the sanitizer has a thread that wakes";
     ChildProcess daemon = start(MOXELD, {});
     awaitReady(daemon);
     ChildProcess poll = start(EXAMPLE_POLL, {});
