@@ -79,7 +79,7 @@ Result<void> Daemon::run() {
     });
     if (!thread.ok())
         return thread.error();
-    const Result<void> result = started.get_future().get();
+    Result<void> result = started.get_future().get();
     if (!result.ok())
         (*thread)->join();
     else

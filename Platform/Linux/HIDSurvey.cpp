@@ -163,6 +163,7 @@ void awaitAnswers(std::vector<Question> &questions) {
     const auto deadline = Clock::now() + patience;
     for (;;) {
         std::vector<pollfd> watched;
+        watched.reserve(questions.size());
         for (const Question &question : questions)
             watched.push_back({question.descriptor(), POLLIN, 0}); // poll() passes over -1.
         const bool isOver = std::ranges::all_of(watched, [](const pollfd &entry) { return entry.fd < 0; });
