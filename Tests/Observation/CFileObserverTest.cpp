@@ -252,16 +252,22 @@ TEST_F(FileObserver, ASecondCallWhileObservingOnlyRenamesTheFolder) {
 }
 
 TEST_F(FileObserver, MayBeStoppedInsideItsOwnNotification) {
-    std::promise<void> stopped;
-    std::once_flag once; // The file's later changes may still be told.
+    // Lives as long as the callback, which may still be on its way out when this test is over.
+    struct Stop {
+        std::promise<void> promise;
+        std::once_flag once; // The file's later changes may still be told.
+    };
+    const auto stop = std::make_shared<Stop>();
+    auto stopped = stop->promise.get_future();
     const auto stopper = NotificationCenter::defaultCenter().subscribe(
-        "MxlFileChange", observer->observerInfo().get(), [this, &stopped, &once](const Notification &) {
-            observer->stopObservation();
-            std::call_once(once, [&stopped] { stopped.set_value(); });
+        "MxlFileChange", observer->observerInfo().get(),
+        [stop, running = observer.get()](const Notification &) {
+            running->stopObservation();
+            std::call_once(stop->once, [&stop] { stop->promise.set_value(); });
         });
     ASSERT_TRUE(observer->observeFolder(folder.path()));
     write(path("file"));
-    EXPECT_EQ(stopped.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(stopped.wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 TEST_F(FileObserver, FlagsAreTestedInTheirOrder) {

@@ -5,6 +5,7 @@
 #include <Moxel/MoxelClientAPI.h>
 
 #include <memory>
+#include <mutex>
 
 namespace moxel {
 
@@ -37,6 +38,7 @@ struct MoxelClientTestAccess {
     static size_t bytesBeingJoined(const Client &client) { return client->m_DataReceived_.size(); }
     static std::shared_ptr<Thread> callerThread(const Client &client) { return client->callerThread(); }
     static void setCallerThread(const Client &client, std::shared_ptr<Thread> thread) {
+        const std::lock_guard lock(client->fieldMutex_);
         client->callerThread_ = std::move(thread);
     }
     static StateForwarder &stateForwarder(const Client &client) { return *client->stateForwarder_; }
