@@ -76,9 +76,9 @@ constexpr bool isIllegalInFileNames(char16_t unit) {
 }
 
 ComparisonResult toResult(std::strong_ordering order) {
-    return order < 0   ? ComparisonResult::ascending
-           : order > 0 ? ComparisonResult::descending
-                       : ComparisonResult::same;
+    return std::is_lt(order)   ? ComparisonResult::ascending
+           : std::is_gt(order) ? ComparisonResult::descending
+                               : ComparisonResult::same;
 }
 
 } // namespace
@@ -120,7 +120,7 @@ void getPascalString(const String &string, uint8_t *buffer) { getPascalString(st
 void getPascalString(const String &string, uint8_t *buffer, int32_t maxLength) {
     const std::string text = lossyUTF8(string);
     const size_t count = std::min(static_cast<uint32_t>(text.size()), static_cast<uint32_t>(maxLength));
-    std::memcpy(buffer + 1, text.data(), count);
+    std::copy_n(reinterpret_cast<const uint8_t *>(text.data()), count, buffer + 1);
     buffer[0] = static_cast<uint8_t>(count);
 }
 
@@ -155,7 +155,7 @@ ComparisonResult caseInsensitiveNumericCompare(const String &string, const Strin
             left.remove_prefix(1);
             right.remove_prefix(1);
         }
-        if (order != 0)
+        if (std::is_neq(order))
             return toResult(order);
     }
     return toResult(left.size() <=> right.size());

@@ -37,7 +37,7 @@ std::u32string utf32FromUTF16(std::u16string_view units) {
     for (size_t i = 0; i < units.size(); ++i) {
         const char16_t unit = units[i];
         if (isHighSurrogate(unit) && i + 1 < units.size() && isLowSurrogate(units[i + 1]))
-            text += 0x10000 + ((static_cast<char32_t>(unit) & 0x3FF) << 10 | (units[++i] & 0x3FF));
+            text += static_cast<char32_t>(0x10000 + ((unit & 0x3FF) << 10 | (units[++i] & 0x3FF)));
         else
             text += isHighSurrogate(unit) || isLowSurrogate(unit) ? U'?' : static_cast<char32_t>(unit);
     }

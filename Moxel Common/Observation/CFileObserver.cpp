@@ -65,7 +65,7 @@ Reason reasonOf(uint32_t flags) {
 // ------------------------------------------------------------------------------------------ Life
 
 std::shared_ptr<CFileObserver> CFileObserver::init() {
-    const std::shared_ptr<CFileObserver> observer(new CFileObserver());
+    std::shared_ptr<CFileObserver> observer(new CFileObserver());
     observer->theKQueue_ = makeKernelEventQueue();
     if (observer->theKQueue_ < 1) {
         logError("ERROR initializing kqueue()!!");

@@ -45,10 +45,10 @@ class Writer {
         return table_.objects.size() - 1;
     }
 
-    /// The container's object for a scalar; the same one for equal scalars. Reals stay apart: not a number
-    /// has no order, and the zeros are equal but not the same.
+    /// The container's object for a scalar; the same one for equal scalars. Reals and dates stay apart: not a
+    /// number has no order, and the zeros are equal but not the same.
     ObjectIndex plain(PropertyListObject scalar) {
-        if (std::holds_alternative<double>(scalar))
+        if (std::holds_alternative<double>(scalar) || std::holds_alternative<PropertyListDate>(scalar))
             return add(std::move(scalar));
         const auto found = scalars_.find(scalar);
         if (found != scalars_.end())

@@ -17,12 +17,14 @@ using ObjectIndex = size_t;
 /// A reference into the object list of a keyed archive.
 struct ArchiveReference {
     uint64_t number = 0;
-    auto operator<=>(const ArchiveReference &) const = default;
+    bool operator==(const ArchiveReference &) const = default;
+    bool operator<(const ArchiveReference &other) const { return number < other.number; }
 };
 
 struct PropertyListDate {
     double secondsSince2001 = 0;
-    auto operator<=>(const PropertyListDate &) const = default;
+    bool operator==(const PropertyListDate &) const = default;
+    bool operator<(const PropertyListDate &other) const { return secondsSince2001 < other.secondsSince2001; }
 };
 
 using IndexArray = std::vector<ObjectIndex>;

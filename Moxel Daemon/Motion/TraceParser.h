@@ -23,7 +23,7 @@ class TraceParser {
     TraceParser();
 
     /// The step of the outermost block that the line completes, if it does.
-    [[nodiscard]] Result<std::optional<TraceStep>> parse(std::string_view line);
+    [[nodiscard]] Result<std::optional<TraceStep>> parse(std::string_view text);
     /// The length of the outermost block; an error when a repeat has no end.
     [[nodiscard]] Result<std::chrono::nanoseconds> finish() const;
 

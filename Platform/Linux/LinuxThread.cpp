@@ -48,7 +48,7 @@ void LinuxThread::adopt(const std::shared_ptr<LinuxThread> &thread) {
     auto holder = std::make_unique<std::shared_ptr<LinuxThread>>(thread);
     if (const int error = pthread_setspecific(threadKey(threadEnds), holder.get()); error != 0)
         throw std::system_error(error, std::generic_category(), "Cannot attach a thread object");
-    holder.release(); // threadEnds() frees it.
+    (void)holder.release(); // threadEnds() frees it.
     currentThread = thread.get();
 }
 

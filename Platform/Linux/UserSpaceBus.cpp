@@ -103,7 +103,8 @@ class UserSpaceBus::Watcher final : public PresenceConnection::Owner {
     }
 
     void connectionEnded(PresenceConnection &connection) override {
-        const std::shared_ptr<UserSpaceBusEntry> entry = connection.entry(); // Outlives the connection.
+        // Outlives the connection. NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+        const std::shared_ptr<UserSpaceBusEntry> entry = connection.entry();
         connections_.erase(connection.identity());
         if (!entry)
             return;

@@ -30,7 +30,7 @@ std::string placeOf(const std::string &list, size_t index) {
 Result<Value> readValue(std::span<const uint8_t> content) {
     const auto *first = std::ranges::find_if_not(content, [](uint8_t byte) { return byte <= ' '; }).base();
     const bool maybeJson = first != content.data() + content.size() && (*first == '{' || *first == '[');
-    const Result<Value> json = maybeJson ? valueFromJson(content) : Result<Value>(Error{});
+    Result<Value> json = maybeJson ? valueFromJson(content) : Result<Value>(Error{});
     if (json.ok())
         return json;
     const Result<PropertyList> list = readPropertyList(content);

@@ -48,7 +48,7 @@ std::string findDaemon(const std::string &given) {
     const std::string own = mainBundle().executablePath.value_or("");
     const std::string folder = own.substr(0, own.rfind('/') + 1);
     for (const char *place : {"", "../sbin/", "../libexec/", "../libexec/moxel/", "../Daemon/"}) {
-        const std::string path = folder + place + daemonName;
+        std::string path = folder + place + daemonName;
         if (!folder.empty() && ::access(path.c_str(), X_OK) == 0)
             return path;
     }
