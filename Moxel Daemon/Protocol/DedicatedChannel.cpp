@@ -228,9 +228,9 @@ void DedicatedChannel::registerClient(const RegistrationRequest &request) {
 }
 
 void DedicatedChannel::answerRegistration() {
-    sendInput(registrationAnswerReport(description_.clientID, description_.channelID));
     const bool isAgain = std::exchange(description_.registered, true);
-    describe();
+    describe(); // Before the client can know, so that who hears from the client finds it registered.
+    sendInput(registrationAnswerReport(description_.clientID, description_.channelID));
     logLine(LogLevel::info, name() + ": registered as client " + std::to_string(description_.clientID));
     delegate_.clientRegistered(*this, isAgain);
 }
