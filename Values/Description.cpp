@@ -85,12 +85,12 @@ std::string dataText(const Data &data) {
     return text + "}";
 }
 
-/// At most so many bytes of UTF-8, and no half characters.
-std::string withoutEnd(std::string text, size_t size) {
+/// Leaves at most so many bytes of UTF-8, no half characters, and the mark.
+void cutEnd(std::string &text, size_t size) {
     while (size > 0 && (static_cast<uint8_t>(text[size]) & 0xC0) == 0x80)
         --size;
     text.resize(size);
-    return text;
+    text += cutMark;
 }
 
 std::string objectText(const Object &object) {
@@ -100,7 +100,7 @@ std::string objectText(const Object &object) {
     std::string text = object.description();
     // Escaping makes text longer each time that records and containers alternate.
     if (!NestedDescription::isOutermost() && text.size() > maxContainerText)
-        text = withoutEnd(std::move(text), maxContainerText) + std::string(cutMark);
+        cutEnd(text, maxContainerText);
     NestedDescription::count(text.size());
     return text;
 }
