@@ -15,7 +15,7 @@ namespace moxel::tool {
 namespace {
 
 /// Categories within categories.
-constexpr size_t depthLimit = 32;
+constexpr size_t actionDepthLimit = 32;
 
 /// Keys that the export files use for themselves.
 constexpr std::array<std::string_view, 5> reserved{"id", "label", "description", "type", "activesetid"};
@@ -95,7 +95,7 @@ Result<ActionTree> ActionTree::read(std::span<const uint8_t> content) {
 Result<ActionTree::Node *> ActionTree::addList(const Value &list, const std::string &place, size_t depth) {
     if (!list.asArray())
         return wrong(place, "must be a list");
-    if (depth > depthLimit)
+    if (depth > actionDepthLimit)
         return wrong(place, "nested too deep");
     std::set<std::string_view> identifiers;
     Node *first = nullptr;

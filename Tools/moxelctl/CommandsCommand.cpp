@@ -18,7 +18,7 @@ namespace moxel::tool {
 namespace {
 
 /// Categories within categories, as far as they are shown.
-constexpr size_t depthLimit = 32;
+constexpr size_t commandDepthLimit = 32;
 
 std::string text(const Value &value) { return quotedText(value.asString().view()); }
 
@@ -30,7 +30,7 @@ void addMembers(std::string &rows, const Dictionary &container, size_t depth) {
             continue;
         rows += std::string(4 + 2 * depth, ' ') + quotedText(entry.key.view()) + "  " +
                 text(member["label"]) + "\n";
-        if (!(member["type"].asString() == String("action")) && depth < depthLimit)
+        if (!(member["type"].asString() == String("action")) && depth < commandDepthLimit)
             addMembers(rows, member, depth + 1);
     }
 }

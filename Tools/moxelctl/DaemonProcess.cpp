@@ -20,7 +20,7 @@ namespace moxel::tool {
 namespace {
 
 constexpr const char *daemonName = "moxeld";
-constexpr size_t textLimit = 4096;
+constexpr size_t complaintLimit = 4096;
 
 /// The child's standard output goes to the pipe; signals are as they are by default.
 int spawn(pid_t &process, const std::string &program, std::vector<char *> &argv, int output) {
@@ -91,13 +91,13 @@ DaemonProcess::~DaemonProcess() {
 }
 
 bool DaemonProcess::readOutput() {
-    std::array<char, textLimit> buffer;
+    std::array<char, complaintLimit> buffer;
     for (;;) {
         const ssize_t size = ::read(output_, buffer.data(), buffer.size());
         if (size == 0)
             return false;
         if (size > 0)
-            text_.append(buffer.data(), std::min(static_cast<size_t>(size), textLimit - text_.size()));
+            text_.append(buffer.data(), std::min(static_cast<size_t>(size), complaintLimit - text_.size()));
         else if (errno == EAGAIN)
             return true;
         else if (errno != EINTR)

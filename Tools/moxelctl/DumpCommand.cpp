@@ -15,7 +15,7 @@ namespace moxel::tool {
 namespace {
 
 /// Bytes shown of each data value, unless all are wanted.
-constexpr size_t dataLimit = 256;
+constexpr size_t shownBytes = 256;
 
 const char *formatName(PropertyListFormat format) {
     constexpr const char *names[] = {"binary property list", "XML property list", "old-style property list"};
@@ -85,7 +85,7 @@ Examples:
     [[nodiscard]] int show(const Value &value, const std::string &what, size_t size) const {
         if (!json_)
             return printResult(format("%s, %zu bytes\n", what, size) +
-                               readableText(value, full_ ? allBytes : dataLimit));
+                               readableText(value, full_ ? allBytes : shownBytes));
         const Result<std::string> text = jsonText(value, JsonLayout::indented);
         if (text.ok())
             return printResult(*text + "\n");

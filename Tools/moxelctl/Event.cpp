@@ -16,7 +16,7 @@ namespace {
 constexpr size_t syncBlockSize = 506;
 
 /// Commands of a state record, as the reference daemon uses them.
-enum Command : uint16_t {
+enum StateCommand : uint16_t {
     buttonCommand = 2,
     motionCommand = 3,
     applicationCommand = 10,

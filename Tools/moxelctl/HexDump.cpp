@@ -19,6 +19,17 @@ std::string characters(std::span<const uint8_t> row) {
 
 } // namespace
 
+std::string plainHex(std::span<const uint8_t> bytes) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(bytes.size() * 2);
+    for (const uint8_t byte : bytes) {
+        text += digits[byte >> 4];
+        text += digits[byte & 0xF];
+    }
+    return text;
+}
+
 std::string spacedHex(std::span<const uint8_t> bytes) {
     constexpr char digits[] = "0123456789ABCDEF";
     std::string text;

@@ -11,6 +11,9 @@ namespace moxel::tool {
 
 inline constexpr size_t allBytes = std::numeric_limits<size_t>::max();
 
+/// "4d5800": two digits a byte.
+[[nodiscard]] std::string plainHex(std::span<const uint8_t> bytes);
+
 /// "4D 58 00": two digits a byte.
 [[nodiscard]] std::string spacedHex(std::span<const uint8_t> bytes);
 

@@ -14,7 +14,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr size_t depthLimit = 64;
+constexpr size_t jsonDepthLimit = 64;
 
 /// Makes values while the parser reads, with a stack of its own.
 class ValueBuilder final : public nlohmann::json_sax<Json> {
@@ -53,7 +53,7 @@ class ValueBuilder final : public nlohmann::json_sax<Json> {
     };
 
     bool open(const Value &container) {
-        if (open_.size() >= depthLimit) {
+        if (open_.size() >= jsonDepthLimit) {
             error_ = "nested too deep";
             return false;
         }

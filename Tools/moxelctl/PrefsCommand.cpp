@@ -8,17 +8,13 @@
 #include "HexDump.h"
 #include "Number.h"
 #include "Output.h"
-#include "Values/Data.h"
 #include "Values/Format.h"
-#include <Moxel/MoxelStrings.h>
 
 #include <nlohmann/json.hpp>
 
 namespace moxel::tool {
 
 namespace {
-
-std::string hex(std::span<const uint8_t> bytes) { return hexString(Data(bytes)).string(); }
 
 std::string textOf(const MoxelDevicePrefs &preferences) {
     return format("device    0x%08X\n", preferences.deviceID) + "header    " + spacedHex(preferences.header) +
@@ -28,8 +24,8 @@ std::string textOf(const MoxelDevicePrefs &preferences) {
 
 std::string jsonOf(const MoxelDevicePrefs &preferences) {
     const nlohmann::ordered_json object{{"device", preferences.deviceID},
-                                        {"header", hex(preferences.header)},
-                                        {"settings", hex(preferences.settings)}};
+                                        {"header", plainHex(preferences.header)},
+                                        {"settings", plainHex(preferences.settings)}};
     return object.dump() + "\n";
 }
 

@@ -18,7 +18,7 @@ namespace moxel::tool {
 namespace {
 
 /// Categories within categories, as far as they are shown.
-constexpr size_t depthLimit = 32;
+constexpr size_t searchDepthLimit = 32;
 
 /// An action whose label is the one that was sought.
 struct Find {
@@ -37,7 +37,7 @@ void addFinds(std::vector<Find> &all, const Dictionary &finds, const Find &place
         find.identifier = entry.key.view();
         if (found["type"].asString() == String("action"))
             all.push_back(std::move(find));
-        else if (find.way.size() <= depthLimit)
+        else if (find.way.size() <= searchDepthLimit)
             addFinds(all, found, find);
     }
 }

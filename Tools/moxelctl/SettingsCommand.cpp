@@ -15,6 +15,8 @@ namespace moxel::tool {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 /// Longest value that is read.
 constexpr size_t valueLimit = size_t{1} << 20;
 
@@ -68,7 +70,6 @@ Examples:
     }
 
     [[nodiscard]] std::string jsonText(const char *value) const {
-        using Json = nlohmann::ordered_json;
         return Json{{"name", setting_}, {"value", value}}.dump(-1, ' ', false,
                                                                Json::error_handler_t::replace) +
                "\n";

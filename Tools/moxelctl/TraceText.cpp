@@ -1,8 +1,7 @@
 #include "TraceText.h"
 
-#include "Values/Data.h"
+#include "HexDump.h"
 #include "Values/Format.h"
-#include <Moxel/MoxelStrings.h>
 
 #include <algorithm>
 #include <cstring>
@@ -14,8 +13,6 @@ namespace {
 /// A trace's limit less room for the time.
 constexpr size_t longestText = 4000;
 constexpr std::string_view cabledRequest = "cabdev";
-
-std::string hex(std::span<const uint8_t> bytes) { return hexString(Data(bytes)).string(); }
 
 std::string comment(const Event &event) {
     std::string text = "# not in a trace: ";
@@ -46,7 +43,7 @@ std::string preferencesText(const Event &event, const std::optional<MoxelDeviceP
     std::string text = format("prefs arg=%u", event.number);
     if (preferences) {
         const auto *bytes = reinterpret_cast<const uint8_t *>(&*preferences);
-        text += " data=" + hex({bytes, sizeof *preferences});
+        text += " data=" + plainHex({bytes, sizeof *preferences});
     }
     return text;
 }
@@ -116,7 +113,7 @@ std::string plainText(const Event &event, const std::optional<MoxelDevicePrefs> 
     case Event::Kind::preferences:
         return preferencesText(event, preferences);
     case Event::Kind::sync:
-        return format("sync pid=%u data=", event.productID) + hex(event.content.asData().bytes());
+        return format("sync pid=%u data=", event.productID) + plainHex(event.content.asData().bytes());
     case Event::Kind::pairing:
         return pairingText(event);
     default:

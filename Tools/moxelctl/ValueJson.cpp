@@ -1,6 +1,7 @@
 #include "ValueJson.h"
 
 #include "QuotedText.h"
+#include "ValueText.h"
 #include "ValueWalk.h"
 #include "Values/DateText.h"
 #include <Moxel/MoxelStrings.h>
@@ -12,9 +13,7 @@ namespace moxel::tool {
 
 namespace {
 
-constexpr size_t textLimit = size_t{256} << 20;
-/// Nesting beyond it is written, but not indented any further.
-constexpr size_t deepestIndentation = 64;
+constexpr size_t jsonTextLimit = size_t{256} << 20;
 
 std::string dateText(Date date) {
     const std::optional<std::string> text = detail::xmlTextFromDate(date);
@@ -82,7 +81,7 @@ class JsonWriter final : public ValueVisitor {
         text_ += container.kind() == Kind::array ? "]" : container.kind() == Kind::object ? "}}" : "}";
     }
 
-    bool hasEnough() const override { return text_.size() > textLimit; }
+    bool hasEnough() const override { return text_.size() > jsonTextLimit; }
 
     std::string takeText() { return std::move(text_); }
 

@@ -15,7 +15,6 @@ namespace {
 
 /// Bytes up to this many stand on the row of their key.
 constexpr size_t shortData = 16;
-constexpr size_t deepestIndentation = 64;
 
 std::string indentation(size_t depth) { return std::string(2 * std::min(depth, deepestIndentation), ' '); }
 
