@@ -53,8 +53,8 @@ Data message(uint32_t type, const Body &body, size_t bodySize = sizeof(Body)) {
 template <size_t size>
 Result<void> copyText(__u8 (&field)[size], const std::string &text, const char *what) {
     if (text.size() >= size || text.find_first_of(std::string("\n\0", 2)) != std::string::npos)
-        return Error{"The kernel takes no " + std::string(what) + " of a device with a line's end or more than " +
-                     std::to_string(size - 1) + " bytes"};
+        return Error{"The kernel takes no " + std::string(what) +
+                     " of a device with a line's end or more than " + std::to_string(size - 1) + " bytes"};
     std::ranges::copy(text, field);
     return {};
 }
