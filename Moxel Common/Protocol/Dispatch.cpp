@@ -37,7 +37,7 @@ Data pairingBlock(const Dictionary &message) {
 /// The message with the value of "ctrlcmd" under "req" instead.
 Dictionary renamedControlCommand(const Dictionary &message) {
     MutableDictionary copy = message.mutableCopy();
-    if (const Value command = message["ctrlcmd"])
+    if (const Value &command = message["ctrlcmd"])
         copy.set("req", command);
     copy.remove("ctrlcmd");
     return copy.copy();
@@ -82,6 +82,7 @@ void MoxelClientAPI::deliverCommandSync(const Dictionary &message) {
 void MoxelClientAPI::deliverPreferences(const Dictionary &message) {
     const uint32_t argument = message["arg"].uint32Value();
     setM_dataDevicePrefs(message["prefs"].asData());
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the handler gets the number in place of a pointer.
     deliverMessage(kMoxelMsgPrefsChanged, reinterpret_cast<void *>(uintptr_t{argument}), [&] {
         return Dictionary{{"handler", int{delivery::preferencesChanged}},
                           {"pid", uint32_t{kMoxelAnyProduct}},
