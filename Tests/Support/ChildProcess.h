@@ -29,7 +29,7 @@ class ChildProcess {
     using Arguments = std::vector<std::string>;
     using Environment = std::map<std::string, std::optional<std::string>>; ///< Absent: removed.
 
-    static constexpr std::chrono::seconds limit{120};
+    static constexpr std::chrono::seconds limit{60};
 
     explicit ChildProcess(const Arguments &arguments, const Environment &changes = {}) {
         std::vector<std::string> environment = changedEnvironment(changes);
