@@ -113,7 +113,7 @@ void DaemonCore::createChannel(uint64_t channelID, const Peer &peer) {
 Result<void> DaemonCore::publishChannel(uint64_t channelID, int32_t processID) {
     if (channel(channelID))
         return Error{DedicatedChannel::nameForID(channelID) + " is there already", 0};
-    if (channels_.size() >= channelLimit)
+    if (channels_.size() + 1 >= publisher_->deviceLimit()) // The base channel is one more.
         return Error{"there are too many dedicated channels", 0};
     DedicatedChannel::Delegate &delegate = *this;
     auto made =
@@ -196,26 +196,32 @@ void DaemonCore::reviewPeers() {
         watchUse(channelID);
 }
 
-/// Looks later whether a channel has been in use; the time it takes to reopen one does no harm.
+/// Looks later whether a channel is in use; the time it takes to reopen one does no harm.
 void DaemonCore::watchUse(uint64_t channelID) {
     DedicatedChannel *candidate = channel(channelID);
     if (unowned_[channelID] || candidate == nullptr || candidate->openCount() > 0)
         return;
     // The channel that has the identifier by then may be another one.
-    const auto look = [this, watched = candidate->weak_from_this(), channelID] {
-        const auto later = watched.lock();
-        if (!later)
-            return;
-        unowned_[channelID] = false;
-        if (later->openCount() == 0)
-            removeChannel(channelID);
+    const auto look = [this, watched = candidate->weak_from_this()] {
+        if (const auto later = watched.lock())
+            reviewUse(*later);
     };
-    const Result<void> scheduled =
-        runLoop_->performAfterDelay(disuseLimit, [look, alive = std::weak_ptr(isAlive_)] {
-            if (!alive.expired())
-                look();
-        });
+    const RunLoop::Seconds rest = candidate->lastUse() + disuseLimit - DataChannel::Clock::now();
+    const Result<void> scheduled = runLoop_->performAfterDelay(std::max(rest, RunLoop::Seconds(0)),
+                                                               [look, alive = std::weak_ptr(isAlive_)] {
+                                                                   if (!alive.expired())
+                                                                       look();
+                                                               });
     unowned_[channelID] = scheduled.ok();
+}
+
+void DaemonCore::reviewUse(DedicatedChannel &channel) {
+    const uint64_t channelID = channel.channelID();
+    unowned_[channelID] = false;
+    if (channel.openCount() == 0 && DataChannel::Clock::now() >= channel.lastUse() + disuseLimit)
+        removeChannel(channelID);
+    else
+        watchUse(channelID);
 }
 
 DedicatedChannel *DaemonCore::channel(uint64_t channelID) const {

@@ -30,9 +30,6 @@ class DaemonCore final : private BaseChannel::Delegate,
                          private DedicatedChannel::Delegate,
                          private EventSink {
   public:
-    /// Dedicated channels that may exist at a time.
-    static constexpr size_t channelLimit = 1024;
-
     DaemonCore(const Options &options, std::string baseChannelName, std::unique_ptr<Publisher> publisher,
                std::shared_ptr<RunLoop> runLoop, Journal &journal);
     DaemonCore(const DaemonCore &) = delete;
@@ -84,6 +81,7 @@ class DaemonCore final : private BaseChannel::Delegate,
     void peersChanged();
     void reviewPeers();
     void watchUse(uint64_t channelID);
+    void reviewUse(DedicatedChannel &channel);
     void noteQueues();
     [[nodiscard]] DedicatedChannel *channel(uint64_t channelID) const;
     /// Calls back for the registered clients that an identifier names; returns their number.

@@ -236,10 +236,9 @@ int runProgram(int argumentCount, char **arguments) {
     CommandLine line;
     line.options.logEntries = 0; // Nobody looks at them.
     std::vector<std::string> faults;
-    CLI::App app(
-        "The reference daemon of the 3D motion controller driver: publishes its data channels on the\n"
-        "user-space HID bus, registers clients, and sends them motion and messages.",
-        "moxeld");
+    CLI::App app("The reference daemon of the 3D motion controller driver: publishes its data channels as\n"
+                 "virtual HID devices, registers clients, and sends them motion and messages.",
+                 "moxeld");
     describe(app, line, faults);
     try {
         app.parse(argumentCount, arguments);

@@ -19,17 +19,25 @@ enum class [[nodiscard]] HIDStatus : uint32_t{
     notOpen = 0xE00002CD, timedOut = 0xE00002D6, notPermitted = 0xE00002E2,
 };
 
+/// In which direction a report goes.
 enum class HIDReportType : uint8_t { input = 0, output = 1, feature = 2 };
 
 /// Property names that every device answers.
 inline constexpr std::string_view hidVendorIDKey = "VendorID";
+/// USB product identifier.
 inline constexpr std::string_view hidProductIDKey = "ProductID";
+/// Usage of the first collection.
 inline constexpr std::string_view hidPrimaryUsageKey = "PrimaryUsage";
+/// Usage page of the first collection.
 inline constexpr std::string_view hidPrimaryUsagePageKey = "PrimaryUsagePage";
+/// Manufacturer's name.
 inline constexpr std::string_view hidManufacturerKey = "Manufacturer";
+/// Product's name.
 inline constexpr std::string_view hidProductKey = "Product";
+/// Serial number.
 inline constexpr std::string_view hidSerialNumberKey = "SerialNumber";
 
+/// A number or a text.
 using HIDProperty = std::variant<int64_t, std::string>;
 
 /// Input callbacks and removal come on the run loop that the device's manager is scheduled on. Every other
@@ -44,14 +52,17 @@ class MOXEL_EXPORT HIDDevice {
 
     virtual ~HIDDevice() = default;
 
+    /// A property by its name; absent when the device has none.
     [[nodiscard]] virtual std::optional<HIDProperty> property(std::string_view key) const = 0;
     /// The name of the device's registry entry; absent when the device has no entry.
     [[nodiscard]] virtual std::optional<std::string> registryEntryName() const = 0;
 
+    /// Input reports come from now on.
     virtual HIDStatus open() = 0;
+    /// No more input reports come.
     virtual HIDStatus close() = 0;
 
-    /// `report` without its identifier, at most 4,096 bytes.
+    /// `report` without its identifier, at most 4,095 bytes: the kernel's limit with it is 4,096.
     virtual HIDStatus setReport(HIDReportType type, uint8_t reportID, std::span<const uint8_t> report) = 0;
     /// Reads one report, without its identifier, into `buffer`; `length` is set to the number of bytes
     /// received.
@@ -68,6 +79,7 @@ class MOXEL_EXPORT HIDDevice {
     [[nodiscard]] virtual std::string description() const = 0;
 };
 
+/// A shared reference to a device.
 using HIDDeviceReference = std::shared_ptr<HIDDevice>;
 
 } // namespace moxel

@@ -17,8 +17,9 @@ class MOXEL_EXPORT NotificationObject {
     [[nodiscard]] virtual std::string description() const = 0;
 };
 
+/// What is told to subscribers.
 struct Notification {
-    std::string_view name;
+    std::string_view name;                ///< What has happened.
     NotificationObject *object = nullptr; ///< Valid during delivery only; may be null.
 
     /// "NSConcreteNotification" style text: name and object.
@@ -30,6 +31,7 @@ inline constexpr std::string_view threadWillExitNotification = "NSThreadWillExit
 /// Posted when the user's session leaves the console, and when it comes back.
 inline constexpr std::string_view sessionDidResignActiveNotification =
     "NSWorkspaceSessionDidResignActiveNotification";
+/// Posted when the user's session comes back to the console.
 inline constexpr std::string_view sessionDidBecomeActiveNotification =
     "NSWorkspaceSessionDidBecomeActiveNotification";
 /// Posted when another application of the session ends; never posted where the platform does not tell.
@@ -44,6 +46,7 @@ class MOXEL_EXPORT NotificationSubscription {
     class Entry;
 
     NotificationSubscription() noexcept;
+    /// The centre's own.
     explicit NotificationSubscription(std::shared_ptr<Entry> entry) noexcept;
     ~NotificationSubscription();
     NotificationSubscription(NotificationSubscription &&) noexcept;
@@ -59,8 +62,10 @@ class MOXEL_EXPORT NotificationSubscription {
 /// Any thread.
 class MOXEL_EXPORT NotificationCenter {
   public:
+    /// Called on the thread that posts.
     using Callback = std::function<void(const Notification &)>;
 
+    /// The one that the system posts on.
     static NotificationCenter &defaultCenter();
 
     /// Calls back for every notification of that name, or, with an object, for those of that very object.

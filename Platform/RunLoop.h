@@ -18,6 +18,7 @@ class MOXEL_EXPORT RunLoopSource {
     class Implementation;
 
     RunLoopSource() noexcept;
+    /// The platform's own.
     explicit RunLoopSource(std::unique_ptr<Implementation> implementation) noexcept;
     ~RunLoopSource();
     RunLoopSource(RunLoopSource &&) noexcept;
@@ -37,16 +38,20 @@ class MOXEL_EXPORT RunLoopSource {
 /// Members are for the loop's own thread except where they say otherwise.
 class MOXEL_EXPORT RunLoop {
   public:
+    /// What is run.
     using Callback = std::function<void()>;
+    /// A length of time.
     using Seconds = std::chrono::duration<double>;
 
+    /// What a descriptor is watched for.
     enum class Descriptor : uint32_t { readable = 1, writable = 2 };
     /// `hangUp`: the other end is gone or the descriptor is in error; what it still holds can be read first.
     struct Readiness {
-        bool readable = false;
-        bool writable = false;
-        bool hangUp = false;
+        bool readable = false; ///< Something can be read.
+        bool writable = false; ///< Something can be written.
+        bool hangUp = false;   ///< The other end is gone, or the descriptor is in error.
     };
+    /// What is run when a descriptor is ready.
     using DescriptorCallback = std::function<void(Readiness)>;
 
     /// The calling thread's loop, made on first use; an error when the platform refuses (descriptors used

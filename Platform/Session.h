@@ -11,7 +11,7 @@ namespace moxel {
 
 /// What the session service says; a member is absent when the service cannot tell it.
 struct SessionDescription {
-    std::optional<bool> onConsole;
+    std::optional<bool> onConsole;       ///< Whether the session is the one on the console.
     std::optional<std::string> userName; ///< Short user name.
 };
 
@@ -29,6 +29,7 @@ struct SessionDescription {
 /// have.
 class MOXEL_EXPORT SessionOverride {
   public:
+    /// `source` tells the session instead, on any thread.
     explicit SessionOverride(std::function<std::optional<SessionDescription>()> source);
     ~SessionOverride();
     SessionOverride(const SessionOverride &) = delete;

@@ -21,11 +21,15 @@ namespace moxel {
 /// All members may be called from any thread.
 class MOXEL_EXPORT Thread : public NotificationObject, public std::enable_shared_from_this<Thread> {
   public:
+    /// What a thread runs.
     using Work = std::function<void()>;
 
-    enum class Wait : bool { no, untilDone };
+    /// Whether to wait for work that is handed over.
+    enum class Wait : bool { no, untilDone }; ///< Whether to wait for work that is handed over.
 
+    /// The calling thread.
     static std::shared_ptr<Thread> current();
+    /// The process's first thread.
     static std::shared_ptr<Thread> main();
     /// Starts a thread that runs `entry`. Whoever starts a thread joins it, or detaches it when it must
     /// outlive its starter.
@@ -36,14 +40,18 @@ class MOXEL_EXPORT Thread : public NotificationObject, public std::enable_shared
     /// Waits until the thread has ended, its exit notification included. Once, for threads made by start(),
     /// and not from the thread itself.
     virtual void join() = 0;
+    /// Lets the thread end by itself.
     virtual void detach() noexcept = 0;
 
     /// Unique in the process, never used again after the thread has ended.
     [[nodiscard]] virtual uint64_t identifier() const noexcept = 0;
+    /// The name that it was given.
     [[nodiscard]] virtual std::string name() const = 0;
     /// Renames the thread; the operating system may show a shortened form.
     virtual void setName(const std::string &name) = 0;
+    /// Whether this is the process's first thread.
     [[nodiscard]] virtual bool isMain() const noexcept = 0;
+    /// Whether this is the calling thread.
     [[nodiscard]] bool isCurrent() const { return current().get() == this; }
 
     /// Hands an item to the thread's run loop: never blocks and allocates nothing. First posted, first run.

@@ -42,7 +42,8 @@ Result<void> makeFolders(const std::string &path) {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
         if (::mkdir(part.c_str(), folderMode) < 0 && errno != EEXIST)
-            return systemError("Cannot make the folder " + part, errno);
+            return systemError("Cannot make the folder " + part + " (MOXEL_HID_BUS can name another one)",
+                               errno);
         if (end == std::string::npos)
             return {};
     }

@@ -30,6 +30,7 @@ class BusPublisher final : public Publisher {
     /// The socket bears the device's name when that can name one, else a number.
     Result<std::unique_ptr<Channel>> publish(const DeviceDescription &device,
                                              ChannelHandler &handler) override;
+    size_t deviceLimit() const noexcept override { return 1024; }
 
   private:
     std::shared_ptr<BusServices> services_;

@@ -85,6 +85,8 @@ class Publisher {
     /// The device is there when this returns, or on its way. `handler` must outlive the channel.
     virtual Result<std::unique_ptr<Channel>> publish(const DeviceDescription &device,
                                                      ChannelHandler &handler) = 0;
+    /// How many devices it can publish at a time.
+    [[nodiscard]] virtual size_t deviceLimit() const noexcept = 0;
 };
 
 } // namespace moxel::daemon

@@ -21,7 +21,7 @@ AttachedDevice::AttachedDevice(RunLoop &runLoop, std::unique_ptr<InputReader> re
     : runLoop_(runLoop),
       reader_(std::move(reader)),
       axes_(reader_->description().capabilities, reader_->description().ranges, settings),
-      buttons_(reader_->description().capabilities),
+      buttons_(reader_->description().capabilities, reader_->description().pressed),
       listener_(listener) {}
 
 Result<void> AttachedDevice::start() {
@@ -45,11 +45,26 @@ void AttachedDevice::read(RunLoop::Readiness readiness) {
         // A descriptor that has hung up stays ready for ever.
         if (outcome == InputReader::Outcome::gone || readiness.hangUp) {
             events_.reset();
+            nextTurn_.reset();
             restTimer_.reset();
             listener_.deviceIsGone(*this); // The end of this object.
         }
         return;
     }
+    if (reader_->hasMore())
+        readOn();
+}
+
+/// The rest need not make the descriptor ready.
+void AttachedDevice::readOn() {
+    Result<RunLoopSource> turn = runLoop_.addTimer(RunLoop::Seconds(0), RunLoop::Seconds(0), [this] {
+        nextTurn_.reset();
+        read({});
+    });
+    if (turn.ok())
+        nextTurn_ = std::move(*turn);
+    else
+        logLine(LogLevel::error, "Error: events wait for the next one: " + turn.error().message);
 }
 
 void AttachedDevice::take(const input_event &event) {

@@ -41,6 +41,7 @@ class AttachedDevice {
 
   private:
     void read(RunLoop::Readiness readiness);
+    void readOn();
     void take(const input_event &event);
     void endReport();
     /// Sees to it that relative axes come to rest.
@@ -53,6 +54,7 @@ class AttachedDevice {
     ButtonMapping buttons_;
     Listener &listener_;
     RunLoopSource events_;
+    RunLoopSource nextTurn_;  ///< Set while there is more to take than one turn may.
     RunLoopSource restTimer_; ///< Empty while no relative axis is deflected.
 };
 

@@ -15,10 +15,14 @@ bool isButton(size_t code) {
 
 } // namespace
 
-ButtonMapping::ButtonMapping(const InputCapabilities &capabilities) {
-    for (size_t code = 0; code < capabilities.keys.size() && codes_.size() < buttonLimit; ++code)
-        if (isButton(code) && capabilities.keys[code])
-            codes_.push_back(static_cast<uint16_t>(code));
+ButtonMapping::ButtonMapping(const InputCapabilities &capabilities, const std::bitset<KEY_CNT> &pressed) {
+    for (size_t code = 0; code < capabilities.keys.size() && codes_.size() < buttonLimit; ++code) {
+        if (!isButton(code) || !capabilities.keys[code])
+            continue;
+        buttons_ |= pressed[code] ? uint32_t{1} << codes_.size() : 0;
+        codes_.push_back(static_cast<uint16_t>(code));
+    }
+    reported_ = buttons_;
 }
 
 void ButtonMapping::take(const input_event &event) {

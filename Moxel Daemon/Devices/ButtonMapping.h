@@ -3,6 +3,7 @@
 
 #include "Moxel Daemon/Devices/InputCapabilities.h"
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <linux/input.h>
@@ -18,7 +19,8 @@ class ButtonMapping {
   public:
     static constexpr size_t buttonLimit = 32;
 
-    explicit ButtonMapping(const InputCapabilities &capabilities);
+    /// `pressed` are the keys that are down already.
+    explicit ButtonMapping(const InputCapabilities &capabilities, const std::bitset<KEY_CNT> &pressed = {});
 
     [[nodiscard]] size_t buttonCount() const noexcept { return codes_.size(); }
 

@@ -21,6 +21,14 @@ struct DeviceFile {
         return DeviceFile{path, status.st_dev, status.st_ino, status.st_ctim};
     }
 
+    /// The file that is open under a path, whatever the path leads to by now.
+    [[nodiscard]] static std::optional<DeviceFile> of(const std::string &path, int descriptor) {
+        struct stat status {};
+        if (::fstat(descriptor, &status) != 0)
+            return std::nullopt;
+        return DeviceFile{path, status.st_dev, status.st_ino, status.st_ctim};
+    }
+
     [[nodiscard]] bool isSameFileAs(const DeviceFile &other) const noexcept {
         return device == other.device && inode == other.inode;
     }

@@ -85,7 +85,7 @@ void DeviceSource::lookForNamed(const std::string &path) {
         complain(path, "Error: " + path + " is not there; it is used as soon as it comes",
                  hasLooked_ ? LogLevel::info : LogLevel::error);
     else if (isUsable(*file))
-        attach(*file, false);
+        attach(path, std::nullopt);
 }
 
 /// Controllers come first: while there is one, sticks are left alone.
@@ -103,7 +103,7 @@ void DeviceSource::lookForChosen() {
             continue;
         const std::optional<DeviceKind> kind = kindAt(path);
         if (kind == DeviceKind::sixAxisController)
-            attach(*file, true);
+            attach(path, kind);
         else if (kind == DeviceKind::joystick)
             sticks.push_back(*file);
     }
@@ -115,7 +115,7 @@ void DeviceSource::lookForChosen() {
     else
         for (const DeviceFile &file : sticks)
             if (isUsable(file))
-                attach(file, true);
+                attach(file.path, DeviceKind::joystick);
 }
 
 /// Whether a file is worth opening: it is not open already, and has not just hung up.
@@ -139,35 +139,41 @@ std::optional<DeviceKind> DeviceSource::kindAt(const std::string &path) {
 
 // ------------------------------------------------------------------------------------------ Coming
 
-void DeviceSource::attach(const DeviceFile &file, bool isChosen) {
+void DeviceSource::attach(const std::string &path, std::optional<DeviceKind> chosenKind) {
     // A device whose place has been taken is gone, even if it has not hung up yet.
     const auto replaced = std::find_if(devices_.begin(), devices_.end(),
-                                       [&](const Device &device) { return device.file.path == file.path; });
+                                       [&](const Device &device) { return device.file.path == path; });
     if (replaced != devices_.end())
         remove(replaced);
     if (devices_.size() >= deviceLimit) {
-        complain(file.path, "Error: " + file.path + " is not used: there are " + std::to_string(deviceLimit) +
-                                " devices already");
+        complain(path, "Error: " + path + " is not used: there are " + std::to_string(deviceLimit) +
+                           " devices already");
         return;
     }
-    Result<std::unique_ptr<InputReader>> reader = open_(file.path);
+    Result<std::unique_ptr<InputReader>> reader = open_(path);
     if (!reader.ok()) {
-        complain(file.path, "Error: " + reader.error().message + adviceFor(reader.error().code));
+        complain(path, "Error: " + reader.error().message + adviceFor(reader.error().code));
         return;
     }
+    // What was looked at before it was opened may have been another device.
+    const std::optional<DeviceFile> file = DeviceFile::of(path, (*reader)->descriptor());
+    if (!file || !isUsable(*file))
+        return;
     AttachedDevice::Listener &listener = *this;
     Device device;
-    device.file = file;
-    device.isChosen = isChosen;
+    device.file = *file;
+    device.isChosen = chosenKind.has_value();
     device.kind = kindOf((*reader)->description().capabilities);
+    if (chosenKind && device.kind != *chosenKind)
+        return;
     device.identifier = freeIdentifier((*reader)->description());
     device.attached = std::make_unique<AttachedDevice>(runLoop_, std::move(*reader), options_.axes, listener);
     if (device.attached->axisCount() == 0 && device.attached->buttonCount() == 0) {
-        complain(file.path, "Error: " + file.path + " has neither axes nor buttons of a controller");
+        complain(path, "Error: " + path + " has neither axes nor buttons of a controller");
         return;
     }
     if (Result<void> started = device.attached->start(); !started.ok()) {
-        complain(file.path, "Error: " + file.path + ": " + started.error().message);
+        complain(path, "Error: " + path + ": " + started.error().message);
         return;
     }
     greet(std::move(device));
@@ -184,6 +190,7 @@ void DeviceSource::greet(Device device) {
     devices_.push_back(std::move(device));
     sink_.happen(MessageEvent{deviceIdentityMessage(description.vendorID, description.productID)});
     sink_.happen(MessageEvent{deviceAddedMessage(identifier)});
+    tellButtons(); // Some may be down already.
 }
 
 /// The model's identifier as applications know it; a further device of a model gets the next free number.

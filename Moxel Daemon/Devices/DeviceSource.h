@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,7 +63,8 @@ class DeviceSource final : private AttachedDevice::Listener {
     [[nodiscard]] bool isUsable(const DeviceFile &file) const;
     /// Absent when it cannot be told.
     [[nodiscard]] std::optional<DeviceKind> kindAt(const std::string &path);
-    void attach(const DeviceFile &file, bool isChosen);
+    /// `chosenKind` is the kind that made the file chosen; absent when the options name it.
+    void attach(const std::string &path, std::optional<DeviceKind> chosenKind);
     void greet(Device device);
     void removeChosenSticks();
     void remove(Devices::iterator device);

@@ -26,6 +26,14 @@ bool isPointerOrSensor(const InputCapabilities &capabilities) {
            capabilities.keys[BTN_TOOL_PEN] || capabilities.keys[BTN_TOOL_FINGER];
 }
 
+/// As udev's rules for input devices tell keyboards: all of Escape to D. What is typed is nobody's business.
+bool isKeyboard(const InputCapabilities &capabilities) {
+    for (size_t code = KEY_ESC; code <= KEY_D; ++code)
+        if (!capabilities.keys[code])
+            return false;
+    return true;
+}
+
 bool hasSixAxes(const InputCapabilities &capabilities) {
     for (size_t code = 0; code < axisCount; ++code)
         if (!capabilities.relative[code] && !capabilities.absolute[code])
@@ -75,7 +83,7 @@ bool isGamepad(const InputCapabilities &capabilities) {
 }
 
 DeviceKind kindOf(const InputCapabilities &capabilities) {
-    if (isPointerOrSensor(capabilities))
+    if (isPointerOrSensor(capabilities) || isKeyboard(capabilities))
         return DeviceKind::other;
     if (isStick(capabilities) || isGamepad(capabilities))
         return capabilities.absolute[ABS_X] && capabilities.absolute[ABS_Y] ? DeviceKind::joystick

@@ -44,6 +44,8 @@ InputDescription describe(const libevdev *device) {
     for (unsigned code = 0; code < description.ranges.size(); ++code)
         if (const input_absinfo *range = libevdev_get_abs_info(device, code))
             description.ranges[code] = *range;
+    for (unsigned code = 0; code < description.pressed.size(); ++code)
+        description.pressed[code] = libevdev_get_event_value(device, EV_KEY, code) != 0;
     return description;
 }
 
@@ -81,5 +83,7 @@ InputReader::Outcome InputDevice::next(input_event &event) {
         return Outcome::event;
     return result == -EAGAIN || result == -EINTR ? Outcome::idle : Outcome::gone;
 }
+
+bool InputDevice::hasMore() const { return isCatchingUp_ || libevdev_has_event_pending(device_.get()) > 0; }
 
 } // namespace moxel::daemon

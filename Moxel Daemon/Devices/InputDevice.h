@@ -20,6 +20,7 @@ class InputDevice final : public InputReader {
     const InputDescription &description() const override { return description_; }
     int descriptor() const override { return file_.get(); }
     Outcome next(input_event &event) override;
+    bool hasMore() const override;
 
   private:
     struct Closer {

@@ -4,6 +4,7 @@
 #include "Moxel Daemon/Devices/AxisMapping.h"
 #include "Moxel Daemon/Devices/InputCapabilities.h"
 
+#include <bitset>
 #include <cstdint>
 #include <linux/input.h>
 #include <string>
@@ -17,6 +18,7 @@ struct InputDescription {
     uint16_t productID = 0;
     InputCapabilities capabilities;
     AxisRanges ranges{};
+    std::bitset<KEY_CNT> pressed; ///< Keys that were down when it was opened.
 };
 
 /// Lives on one thread.
@@ -36,6 +38,9 @@ class InputReader {
     /// Never blocks. Reports end with SYN_REPORT. SYN_DROPPED tells that events were lost; the ones after it
     /// tell what has become of buttons and absolute axes meanwhile.
     [[nodiscard]] virtual Outcome next(input_event &event) = 0;
+    /// True when events have been read from the descriptor, which need not be ready any more, but not been
+    /// taken.
+    [[nodiscard]] virtual bool hasMore() const = 0;
 };
 
 } // namespace moxel::daemon

@@ -2,70 +2,76 @@
 
 #include "Platform/Log.h"
 
-#include <array>
+#include <atomic>
 #include <cerrno>
 #include <unistd.h>
 #include <utility>
 
 namespace moxel::daemon {
 
-UhidChannel::UhidChannel(std::shared_ptr<RunLoop> runLoop, Descriptor device, std::string name,
+namespace {
+
+/// Unique in the process, and so for the publisher.
+uint64_t newConnection() {
+    static std::atomic<uint64_t> last{0};
+    return ++last;
+}
+
+} // namespace
+
+UhidChannel::UhidChannel(std::shared_ptr<RunLoop> runLoop, std::shared_ptr<UhidReader> reader,
+                         std::shared_ptr<UhidClosings> closings, Descriptor device, std::string name,
                          ChannelHandler &handler)
-    : runLoop_(std::move(runLoop)), device_(std::move(device)), name_(std::move(name)), handler_(handler) {}
+    : runLoop_(std::move(runLoop)),
+      reader_(std::move(reader)),
+      closings_(std::move(closings)),
+      device_(std::move(device)),
+      name_(std::move(name)),
+      handler_(handler) {}
+
+UhidChannel::~UhidChannel() {
+    if (inbox_) {
+        inbox_->close();
+        reader_->remove(*inbox_);
+    }
+    closings_->close(std::move(device_), name_);
+}
 
 Result<void> UhidChannel::start(const Data &createMessage) {
     const ssize_t size = ::write(device_.get(), createMessage.data(), createMessage.size());
     if (size < 0)
         return systemError("The kernel refuses the device " + name_, errno);
-    Result<RunLoopSource> source =
-        runLoop_->watchDescriptor(device_.get(), RunLoop::Descriptor::readable,
-                                  [this](RunLoop::Readiness readiness) { kernelIsReady(readiness); });
-    if (!source.ok())
-        return source.error();
-    source_ = std::move(*source);
-    return {};
+    Result<RunLoopSource> timer = runLoop_->addTimer(driverPatience, RunLoop::Seconds(0), [this] {
+        logLine(LogLevel::error, "Error: " + name_ +
+                                     ": the kernel has no driver for the device, so that no client sees it; "
+                                     "\"modprobe hid-generic\" loads one");
+        driverTimer_.reset();
+    });
+    if (!timer.ok())
+        return timer.error();
+    driverTimer_ = std::move(*timer);
+    UhidInbox::Listener &listener = *this;
+    inbox_ = std::make_shared<UhidInbox>(device_.get(), listener);
+    return reader_->add(inbox_);
 }
 
 // ------------------------------------------------------------------------------------------ From the kernel
 
-void UhidChannel::kernelIsReady(RunLoop::Readiness readiness) {
-    drain();
-    if (readiness.hangUp || isBroken_)
-        source_.reset(); // It would be ready for ever.
-    serveReceived();
+void UhidChannel::received(std::span<const uint8_t> message) {
+    if (const std::optional<UhidEvent> event = parseUhidEvent(message))
+        serve(*event);
+    else
+        senseless_.log("Error: " + name_ + ": a message of the kernel makes no sense");
 }
 
-/// Reads all that the kernel has.
-void UhidChannel::drain() {
-    std::array<uint8_t, sizeof(uhid_event)> buffer{};
-    for (;;) {
-        const ssize_t size = ::read(device_.get(), buffer.data(), buffer.size());
-        if (size > 0) {
-            received_.emplace_back(buffer.begin(), buffer.begin() + size);
-        } else if (size == 0 || (errno != EINTR && errno != EAGAIN)) {
-            if (!std::exchange(isBroken_, true))
-                logLine(LogLevel::error,
-                        "Error: " + name_ + ": the kernel does not serve the device any more");
-            return;
-        } else if (errno == EAGAIN) {
-            return;
-        }
-    }
+void UhidChannel::overflowed() {
+    overflow_.log("Error: " + name_ +
+                  ": clients send faster than they are served; what the kernel cannot keep is lost");
 }
 
-void UhidChannel::serveReceived() {
-    if (std::exchange(isServing_, true))
-        return;
-    while (!received_.empty()) {
-        const Data message = std::move(received_.front());
-        received_.pop_front();
-        if (const std::optional<UhidEvent> event = parseUhidEvent(message))
-            serve(*event);
-        else
-            logLine(LogLevel::error, "Error: " + name_ + ": a message of the kernel makes no sense");
-        drain(); // Serving one may have taken long.
-    }
-    isServing_ = false;
+void UhidChannel::ended() {
+    driverTimer_.reset();
+    logLine(LogLevel::error, "Error: " + name_ + ": the kernel does not serve the device any more");
 }
 
 void UhidChannel::serve(const UhidEvent &event) {
@@ -74,23 +80,37 @@ void UhidChannel::serve(const UhidEvent &event) {
         opened();
         break;
     case UhidEvent::Kind::closed:
+        closed();
+        break;
     case UhidEvent::Kind::stopped:
         closed();
+        stopped();
         break;
     case UhidEvent::Kind::setReport:
     case UhidEvent::Kind::getReport:
         serveReport(event);
         break;
     case UhidEvent::Kind::started:
+        driverTimer_.reset();
+        break;
     case UhidEvent::Kind::other:
         break;
     }
 }
 
+/// It starts and stops at once when no node is left for it.
+void UhidChannel::stopped() {
+    logLine(LogLevel::error, "Error: " + name_ +
+                                 ": the kernel's driver has left the device, so that no client sees it; the "
+                                 "machine has 64 hidraw nodes, which may all be taken");
+}
+
 void UhidChannel::opened() {
     if (std::exchange(isOpen_, true))
         return;
-    ++peer_.connection;
+    if (!std::exchange(hasBeenOpen_, true))
+        settle();
+    peer_.connection = newConnection();
     handler_.connected(peer_);
     // The kernel has let the client in; whether the handler would cannot be told to anyone.
     const Reply reply = handler_.open(peer_);
@@ -127,6 +147,12 @@ void UhidChannel::serveReport(const UhidEvent &event) {
 }
 
 // ------------------------------------------------------------------------------------------ To the kernel
+
+/// The next burst has its place after a while.
+void UhidChannel::settle() {
+    burstEnds_ = Clock::now() + settlingTime;
+    sentInBurst_ = burstReports;
+}
 
 size_t UhidChannel::sendInput(std::span<const uint8_t> report) {
     if (!isOpen_)

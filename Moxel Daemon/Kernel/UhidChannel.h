@@ -2,7 +2,11 @@
 #pragma once
 
 #include "Moxel Daemon/Bus/Channel.h"
+#include "Moxel Daemon/Kernel/UhidClosings.h"
+#include "Moxel Daemon/Kernel/UhidInbox.h"
 #include "Moxel Daemon/Kernel/UhidMessages.h"
+#include "Moxel Daemon/Kernel/UhidReader.h"
+#include "Moxel Daemon/Protocol/LogQuota.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/RunLoop.h"
 
@@ -15,11 +19,12 @@ namespace moxel::daemon {
 
 /// The kernel speaks for all clients: it tells neither who they are nor how many, only that the first one has
 /// opened the device and that the last one has closed it. It keeps 31 messages for this side and drops more
-/// silently, so they are all read before the first is served. It keeps 63 input reports for each client and
-/// drops more silently, so that input goes out in bursts with pauses in which clients can read.
+/// silently, so a thread of the publisher's reads them as they come. It keeps 63 input reports for each
+/// client and drops more silently, so that input goes out in bursts with pauses in which clients can read;
+/// and it drops those that come before it is done with a new device, which it does not tell.
 ///
 /// Lives on the publisher's thread.
-class UhidChannel final : public Channel {
+class UhidChannel final : public Channel, private UhidInbox::Listener {
   public:
     using Clock = std::chrono::steady_clock;
 
@@ -27,10 +32,15 @@ class UhidChannel final : public Channel {
     static constexpr std::chrono::milliseconds burstPause{4};
     /// Input reports that may wait.
     static constexpr size_t queueLimit = 32768;
+    /// How long input waits after the device has been opened first.
+    static constexpr std::chrono::milliseconds settlingTime{10};
+    /// The kernel gives every device a driver much sooner, if it has one.
+    static constexpr std::chrono::seconds driverPatience{1};
 
-    UhidChannel(std::shared_ptr<RunLoop> runLoop, Descriptor device, std::string name,
+    UhidChannel(std::shared_ptr<RunLoop> runLoop, std::shared_ptr<UhidReader> reader,
+                std::shared_ptr<UhidClosings> closings, Descriptor device, std::string name,
                 ChannelHandler &handler);
-    ~UhidChannel() override = default;
+    ~UhidChannel() override;
     UhidChannel(const UhidChannel &) = delete;
     UhidChannel &operator=(const UhidChannel &) = delete;
 
@@ -44,33 +54,40 @@ class UhidChannel final : public Channel {
     size_t queuedBytes() const override { return input_.size() * uhidInputReportSize; }
 
   private:
-    void kernelIsReady(RunLoop::Readiness readiness);
-    void drain();
-    void serveReceived();
+    void received(std::span<const uint8_t> message) override;
+    void overflowed() override;
+    void hasRoom() override { reader_->goOn(*inbox_); }
+    void ended() override;
+
     void serve(const UhidEvent &event);
+    void stopped();
     void opened();
     void closed();
     void serveReport(const UhidEvent &event);
+    void settle();
     void sendWaiting();
     [[nodiscard]] bool write(const Data &message);
 
     std::shared_ptr<RunLoop> runLoop_;
+    std::shared_ptr<UhidReader> reader_;
+    std::shared_ptr<UhidClosings> closings_;
     Descriptor device_;
     std::string name_;
     ChannelHandler &handler_;
+    std::shared_ptr<UhidInbox> inbox_;
+    LogQuota senseless_;
+    LogQuota overflow_;
     Peer peer_;
     bool isOpen_ = false;
-    bool isServing_ = false;
-    bool isBroken_ = false;      ///< Nothing more can be read.
+    bool hasBeenOpen_ = false;
     bool refusesWrites_ = false; ///< Logged once.
-    std::deque<Data> received_;
+    RunLoopSource driverTimer_;  ///< Empty once the device has its driver.
 
     std::deque<Data> input_; ///< Messages that wait for the next burst.
     Clock::time_point burstEnds_{};
     size_t sentInBurst_ = 0;
     bool droppedInput_ = false;
     RunLoopSource pause_;
-    RunLoopSource source_; ///< Destroyed before the device that it watches.
 };
 
 } // namespace moxel::daemon

@@ -1,7 +1,6 @@
 #include "Moxel Daemon/Protocol/DataChannel.h"
 
 #include "Moxel Common/Protocol/WireLayouts.h"
-#include "Platform/Log.h"
 
 #include <algorithm>
 #include <cstring>
@@ -35,9 +34,7 @@ size_t DataChannel::sendInput(Data report) {
     return channel_->sendInput(report);
 }
 
-void DataChannel::complain(const std::string &what) const {
-    logLine(LogLevel::error, "Error: " + name_ + ": " + what);
-}
+void DataChannel::complain(const std::string &what) { complaints_.log("Error: " + name_ + ": " + what); }
 
 // ------------------------------------------------------------------------------------------ Connections
 
@@ -52,6 +49,7 @@ void DataChannel::disconnected(const Peer &) {
 }
 
 Reply DataChannel::open(const Peer &) {
+    lastUse_ = Clock::now();
     if (refusesOpen())
         return {HIDStatus::notPermitted, {}};
     return {HIDStatus::success, {}, [this] {
@@ -61,6 +59,7 @@ Reply DataChannel::open(const Peer &) {
 }
 
 void DataChannel::closed(const Peer &) {
+    lastUse_ = Clock::now();
     openCountChanged();
     services_.peersChanged();
 }

@@ -4,7 +4,9 @@
 #include "Moxel Daemon/Bus/Channel.h"
 #include "Moxel Daemon/Journal.h"
 #include "Moxel Daemon/Protocol/Faults.h"
+#include "Moxel Daemon/Protocol/LogQuota.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,6 +26,8 @@ struct ChannelServices {
 /// Lives on the daemon's thread.
 class DataChannel : public ChannelHandler {
   public:
+    using Clock = std::chrono::steady_clock;
+
     explicit DataChannel(ChannelServices &services) : services_(services) {}
     DataChannel(const DataChannel &) = delete;
     DataChannel &operator=(const DataChannel &) = delete;
@@ -32,6 +36,9 @@ class DataChannel : public ChannelHandler {
     void withdraw() { channel_.reset(); }
     [[nodiscard]] bool isPublished() const noexcept { return channel_ != nullptr; }
     [[nodiscard]] const std::string &name() const noexcept { return name_; }
+
+    /// When somebody last opened or closed it, or when it was made.
+    [[nodiscard]] Clock::time_point lastUse() const noexcept { return lastUse_; }
 
     /// Sends an input report, padded, to all who have the channel open; returns their number.
     size_t sendInput(Data report);
@@ -57,7 +64,7 @@ class DataChannel : public ChannelHandler {
     virtual void openCountChanged() {}
 
     /// Logs that a client sent something that makes no sense.
-    void complain(const std::string &what) const;
+    void complain(const std::string &what);
 
   private:
     void connected(const Peer &peer) override;
@@ -75,7 +82,9 @@ class DataChannel : public ChannelHandler {
     ChannelServices &services_;
     std::unique_ptr<Channel> channel_;
     std::string name_;
+    LogQuota complaints_;
     size_t connectionCount_ = 0;
+    Clock::time_point lastUse_ = Clock::now();
 };
 
 } // namespace moxel::daemon

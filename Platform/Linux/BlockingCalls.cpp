@@ -8,34 +8,51 @@
 
 namespace moxel {
 
+/// A call's turn: the next one may be made once this is gone, whatever has become of the call.
+class BlockingCalls::Turn {
+  public:
+    /// With the line's mutex held.
+    Turn(std::shared_ptr<Line> line, std::shared_ptr<bool> isOver)
+        : line_(std::move(line)), isOver_(std::move(isOver)) {
+        line_->isBusy = true;
+    }
+    ~Turn() {
+        const std::lock_guard done(line_->mutex);
+        line_->isBusy = false;
+        *isOver_ = true;
+        line_->changed.notify_all();
+    }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+
+  private:
+    const std::shared_ptr<Line> line_;
+    const std::shared_ptr<bool> isOver_; ///< Guarded as isBusy.
+};
+
 Result<void> BlockingCalls::make(std::function<void()> call, Clock::time_point deadline) {
     const auto tooLate = [] { return systemError("A call to the kernel", ETIMEDOUT); };
+    const auto isOver = std::make_shared<bool>(false);
     std::unique_lock lock(line_->mutex);
     if (!line_->changed.wait_until(lock, deadline, [this] { return !line_->isBusy; }))
         return tooLate();
-    line_->isBusy = true;
+    auto turn = std::make_shared<Turn>(line_, isOver);
     lock.unlock();
 
-    const auto hasReturned = std::make_shared<bool>(false); // Guarded as isBusy.
-    auto work = [line = line_, call = std::move(call), hasReturned]() mutable {
+    // What the call owns goes before its turn does.
+    auto work = [turn = std::move(turn), call = std::move(call)]() mutable {
         call();
         call = nullptr;
-        const std::lock_guard done(line->mutex);
-        line->isBusy = false;
-        *hasReturned = true;
-        line->changed.notify_all();
+        turn.reset();
     };
     Result<std::shared_ptr<Thread>> thread = [&work] {
         const SignalBlock block;
         return Thread::start("moxel-blocking", std::move(work));
     }();
-    lock.lock();
-    if (!thread.ok()) {
-        line_->isBusy = false;
-        line_->changed.notify_all();
+    if (!thread.ok())
         return thread.error();
-    }
-    const bool inTime = line_->changed.wait_until(lock, deadline, [&] { return *hasReturned; });
+    lock.lock();
+    const bool inTime = line_->changed.wait_until(lock, deadline, [&] { return *isOver; });
     lock.unlock();
     if (!inTime) {
         thread.value()->detach();

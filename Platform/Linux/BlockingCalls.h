@@ -22,6 +22,7 @@ class BlockingCalls {
     Result<void> make(std::function<void()> call, Clock::time_point deadline);
 
   private:
+    class Turn;
     struct Line {
         std::mutex mutex; ///< Guards isBusy.
         std::condition_variable changed;

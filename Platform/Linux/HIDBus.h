@@ -36,6 +36,9 @@ class HIDBusDevice : public HIDDevice {
     /// Takes the device off the run loop for good: no callback comes any more, leave() is not called any
     /// more.
     virtual void unschedule() = 0;
+    /// True when it could not be opened for a reason that has passed if the bus reports it again: it leaves
+    /// then, and a new object is made.
+    [[nodiscard]] virtual bool awaitsNewArrival() const noexcept { return false; }
 };
 
 /// A device on a bus, shared by all managers. Any thread.
@@ -60,7 +63,8 @@ class HIDBusObserver {
 
     virtual void entryArrived(const HIDBusEntryReference &entry) = 0;
     virtual void entryLeft(const HIDBusEntryReference &entry) = 0;
-    /// A device is there that this process may not use. It arrives when that changes.
+    /// A device is there that this process may not use. It arrives when that changes, a second time when it
+    /// had been usable before.
     virtual void entryRefused(const HIDBusEntryReference &entry) = 0;
 };
 

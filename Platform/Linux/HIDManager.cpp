@@ -127,7 +127,7 @@ void LinuxHIDManager::unscheduleFromRunLoop() {
     std::erase_if(formerDevices_, [](const auto &each) { return each.expired(); });
     for (const Device &each : devices_) {
         each.device->unschedule();
-        formerDevices_.push_back(each.device);
+        formerDevices_.push_back(each.device); // There is room: this must not fail.
     }
     devices_.clear();
     schedule_->end();
@@ -136,20 +136,17 @@ void LinuxHIDManager::unscheduleFromRunLoop() {
 }
 
 HIDStatus LinuxHIDManager::close() {
-    std::vector<std::shared_ptr<HIDBusDevice>> all;
-    for (const Device &each : devices_)
-        all.push_back(each.device);
-    for (const auto &each : formerDevices_) {
-        if (auto device = each.lock())
-            all.push_back(std::move(device));
-    }
     auto outcome = HIDStatus::success;
-    for (const auto &device : all) {
-        const HIDStatus status = device->close();
+    const auto closeDevice = [&outcome](const std::shared_ptr<HIDBusDevice> &device) {
+        const HIDStatus status = device ? device->close() : HIDStatus::notOpen;
         const bool wasClosed = status == HIDStatus::notOpen || status == HIDStatus::noDevice;
         if (outcome == HIDStatus::success && !wasClosed)
             outcome = status;
-    }
+    };
+    for (const Device &each : devices_)
+        closeDevice(each.device);
+    for (const auto &each : formerDevices_)
+        closeDevice(each.lock());
     return outcome;
 }
 
@@ -165,8 +162,18 @@ std::vector<LinuxHIDManager::Device>::iterator LinuxHIDManager::deviceOf(const H
 }
 
 void LinuxHIDManager::entryArrived(const HIDBusEntryReference &entry) {
-    if (deviceOf(*entry) != devices_.end() || !matches(*entry))
+    if (!matches(*entry))
         return;
+    if (const auto known = deviceOf(*entry); known != devices_.end()) {
+        if (!known->device->awaitsNewArrival())
+            return;
+        const auto device = known->device; // The callback may drop every other reference.
+        device->leave();
+        if (!schedule_ || deviceOf(*entry) != devices_.end())
+            return;
+    }
+    formerDevices_.reserve(formerDevices_.size() + devices_.size() +
+                           1); // unscheduleFromRunLoop() needs the room.
     const auto device = entry->makeDevice(schedule_);
     devices_.push_back({entry.get(), device});
     if (arrived_.function)

@@ -20,8 +20,7 @@ void HIDManagerSchedule::deviceEnded(HIDBusDevice &device) {
         manager_->deviceEnded(device);
 }
 
-// ------------------------------------------------------------------------------------------ On the bus's
-// thread
+// ----------------------------------------------------------------------------- On the bus's thread
 
 void HIDManagerSchedule::entryArrived(const HIDBusEntryReference &entry) {
     enqueue({entry, &Manager::entryArrived});
@@ -48,8 +47,7 @@ void HIDManagerSchedule::enqueue(Event event) {
     thread_->post(*this);
 }
 
-// ------------------------------------------------------------------------------------------ On the scheduled
-// thread
+// ----------------------------------------------------------------------------- On the scheduled thread
 
 void HIDManagerSchedule::run() {
     std::shared_ptr<HIDManagerSchedule> self;

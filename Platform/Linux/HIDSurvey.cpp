@@ -242,7 +242,8 @@ SurveyedBus surveyNodes(uint16_t vendorID) {
     bus.place = "/dev";
     bus.state = SurveyedBus::State::usable;
     for (const std::string &name : hidrawNames().valueOr(std::vector<std::string>())) {
-        const std::optional<HidrawNode> node = readHidrawNode(name);
+        // One that cannot be looked at for want of descriptors cannot be told from another vendor's.
+        const std::optional<HidrawNode> node = readHidrawNode(name).valueOr(std::nullopt);
         if (node && node->properties.vendorID == vendorID)
             bus.devices.push_back(surveyNode(*node)); // The kernel has 64 at most.
     }

@@ -5,6 +5,7 @@
 #include "Platform/Linux/HidrawEntry.h"
 #include "Platform/Linux/HidrawNode.h"
 #include "Platform/Linux/Inotify.h"
+#include "Platform/Thread.h"
 
 #include <algorithm>
 #include <chrono>
@@ -12,6 +13,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <sys/inotify.h>
@@ -25,6 +27,8 @@ namespace {
 
 /// How long a new node may wait for its rights before it is taken, or reported, as it is.
 constexpr std::chrono::seconds rightsPause{1};
+/// How long after a look that failed the next one comes.
+constexpr std::chrono::seconds retryPause{1};
 constexpr const char *nodeFolder = "/dev";
 /// Nodes come and go, and get their rights. The kernel makes and removes them itself, with udev or without.
 constexpr uint32_t nodeEvents = IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_ATTRIB;
@@ -68,6 +72,7 @@ class HidrawBus::Watcher {
         Clock::time_point waitsUntil; ///< For its rights.
         bool isReady = false;
         bool isRefused = false;
+        bool wasReported = false; ///< As arrived, to whoever observed then.
     };
     struct MonitorCloser {
         void operator()(sd_device_monitor *monitor) const { sd_device_monitor_unref(monitor); }
@@ -77,7 +82,7 @@ class HidrawBus::Watcher {
 
     /// Everything is watched before it is listed, so that no change is missed.
     [[nodiscard]] Result<void> start(RunLoop &runLoop) {
-        Result<Alarm> alarm = Alarm::create(runLoop, [this] { reviewWaiting(); });
+        Result<Alarm> alarm = Alarm::create(runLoop, [this] { alarmRings(); });
         if (!alarm.ok())
             return alarm.error();
         alarm_.emplace(*std::move(alarm));
@@ -131,7 +136,13 @@ class HidrawBus::Watcher {
         for (int reads = 0; reads < readsPerWakeUp && inotify_->read(take); ++reads) {
         }
         if (missedSome)
-            (void)reviewAll(); // What cannot be listed now is found when its node changes.
+            reviewAllNowOrLater();
+    }
+
+    void reviewAllNowOrLater() {
+        listIsDue_ = !reviewAll().ok();
+        if (listIsDue_)
+            alarm_->ringBy(Clock::now() + retryPause);
     }
 
     Result<void> reviewAll() {
@@ -147,47 +158,91 @@ class HidrawBus::Watcher {
 
     /// Looks at what stands under a name now.
     void review(const std::string &name) {
-        std::optional<HidrawNode> found = readHidrawNode(name);
+        Result<std::optional<HidrawNode>> read = readHidrawNode(name);
+        if (!read.ok()) { // It stays what it was until it can be looked at.
+            unread_.insert(name);
+            alarm_->ringBy(Clock::now() + retryPause);
+            return;
+        }
+        unread_.erase(name);
+        std::optional<HidrawNode> &found = *read;
         auto known = nodes_.find(name);
         if (known != nodes_.end() && (!found || found->sysPath != known->second.entry->node().sysPath)) {
             const std::shared_ptr<HidrawEntry> entry = std::move(known->second.entry);
-            const bool wasReady = known->second.isReady;
+            const bool wasReported = known->second.wasReported;
             nodes_.erase(known);
             known = nodes_.end();
             entry->leave();
-            if (wasReady)
+            if (wasReported)
                 tell(&HIDBusObserver::entryLeft, entry);
         }
         if (!found)
             return;
         if (known == nodes_.end())
-            known = nodes_
-                        .emplace(name, Node{std::make_shared<HidrawEntry>(*std::move(found)),
-                                            Clock::now() + rightsPause})
+            known = nodes_.emplace(name, Node{makeEntry(name, *std::move(found)), Clock::now() + rightsPause})
                         .first;
         settle(known->second);
     }
 
-    void reviewWaiting() {
+    std::shared_ptr<HidrawEntry> makeEntry(const std::string &name, HidrawNode node) {
+        const auto here = [thread = Thread::current(), alive = std::weak_ptr(isAlive_)](auto work) {
+            thread->perform([alive, work] {
+                if (!alive.expired()) // The watcher ends on this thread.
+                    work();
+            });
+        };
+        HidrawEntry::Requests requests;
+        requests.announceAgain = [this, here, name, path = node.sysPath] {
+            here([this, name, path] {
+                const auto found = nodes_.find(name);
+                if (found != nodes_.end() && found->second.entry->node().sysPath == path)
+                    reportAgain(found->second);
+            });
+        };
+        requests.lookAgain = [this, here] { here([this] { alarm_->ringBy(Clock::now() + retryPause); }); };
+        return std::make_shared<HidrawEntry>(std::move(node), std::move(requests));
+    }
+
+    void alarmRings() {
+        if (listIsDue_)
+            reviewAllNowOrLater();
+        const std::set<std::string> unread = std::exchange(unread_, {});
+        for (const std::string &name : unread)
+            review(name);
         for (auto &[name, node] : nodes_)
             settle(node);
     }
 
     /// Takes a device once its rights are what they will be.
     void settle(Node &node) {
-        if (node.isReady)
-            return;
         const bool mayBeUsed = checkRights(node.entry->node()).ok();
         const bool waits = Clock::now() < node.waitsUntil;
-        if (mayBeUsed && (!waits || hasFinalRights(node.entry->node()))) {
+        if (node.isReady) {
+            settleAgain(node, mayBeUsed);
+        } else if (mayBeUsed && (!waits || hasFinalRights(node.entry->node()))) {
             node.isReady = true;
             node.isRefused = false;
-            tell(&HIDBusObserver::entryArrived, node.entry);
+            reportAgain(node);
         } else if (waits) {
             alarm_->ringBy(node.waitsUntil);
         } else if (!std::exchange(node.isRefused, true)) {
             tell(&HIDBusObserver::entryRefused, node.entry);
         }
+    }
+
+    /// Who has the device open keeps it when the rights go; others find it when they are back.
+    void settleAgain(Node &node, bool mayBeUsed) {
+        node.isReady = mayBeUsed;
+        node.isRefused = !mayBeUsed;
+        if (mayBeUsed && node.entry->takeFailure())
+            reportAgain(node);
+    }
+
+    void reportAgain(Node &node) {
+        if (!node.isReady)
+            return;
+        node.wasReported = true;
+        tell(&HIDBusObserver::entryArrived, node.entry);
     }
 
     void tell(void (HIDBusObserver::*what)(const HIDBusEntryReference &),
@@ -203,6 +258,9 @@ class HidrawBus::Watcher {
     RunLoopSource source_;
     std::unique_ptr<sd_device_monitor, MonitorCloser> monitor_; ///< Null where udev cannot be heard.
     std::map<std::string, Node> nodes_;
+    std::set<std::string> unread_; ///< Names that could not be looked at.
+    bool listIsDue_ = false;       ///< The names could not be listed.
+    const std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
     std::vector<std::weak_ptr<HIDBusObserver>> observers_;
 };
 
@@ -230,16 +288,18 @@ Result<std::shared_ptr<HidrawBus>> HidrawBus::create() {
     Result<std::shared_ptr<ServiceThread>> services = ServiceThread::lease();
     if (!services.ok())
         return services.error();
+    // Before the watcher, which ends on the service thread only with the bus.
+    std::shared_ptr<HidrawBus> bus(new HidrawBus(*std::move(services)));
     Result<std::unique_ptr<Watcher>> watcher = Error{"The service thread has ended"};
-    const auto start = [&] { watcher = Watcher::create(services.value()->runLoop()); };
-    services.value()->thread().perform(start, Thread::Wait::untilDone);
+    const auto start = [&] { watcher = Watcher::create(bus->services_->runLoop()); };
+    bus->services_->thread().perform(start, Thread::Wait::untilDone);
     if (!watcher.ok())
         return watcher.error();
-    return std::shared_ptr<HidrawBus>(new HidrawBus(*std::move(services), *std::move(watcher)));
+    bus->watcher_ = *std::move(watcher);
+    return bus;
 }
 
-HidrawBus::HidrawBus(std::shared_ptr<ServiceThread> services, std::unique_ptr<Watcher> watcher)
-    : services_(std::move(services)), watcher_(std::move(watcher)) {}
+HidrawBus::HidrawBus(std::shared_ptr<ServiceThread> services) : services_(std::move(services)) {}
 
 HidrawBus::~HidrawBus() {
     services_->thread().perform([this] { watcher_.reset(); }, Thread::Wait::untilDone);

@@ -24,11 +24,11 @@ class HidrawBus final : public HIDBus {
   private:
     class Watcher;
 
-    HidrawBus(std::shared_ptr<ServiceThread> services, std::unique_ptr<Watcher> watcher);
+    explicit HidrawBus(std::shared_ptr<ServiceThread> services);
     static Result<std::shared_ptr<HidrawBus>> create();
 
     const std::shared_ptr<ServiceThread> services_;
-    std::unique_ptr<Watcher> watcher_; ///< Lives on the service thread.
+    std::unique_ptr<Watcher> watcher_; ///< Lives on the service thread. Set from creation on.
 };
 
 } // namespace moxel

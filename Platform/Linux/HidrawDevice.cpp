@@ -1,5 +1,6 @@
 #include "Platform/Linux/HidrawDevice.h"
 
+#include "Platform/Linux/CloseAside.h"
 #include "Platform/Linux/Guard.h"
 #include "Platform/Log.h"
 #include "Platform/LogText.h"
@@ -30,13 +31,15 @@ constexpr size_t reportLimit = 4096;
 
 BlockingCalls::Clock::time_point deadline() { return BlockingCalls::Clock::now() + requestLimit; }
 
-/// Closes the descriptor aside: the kernel may keep whoever closes it waiting.
-void closeAside(Descriptor *descriptor) noexcept {
+/// The kernel may keep whoever closes the descriptor waiting.
+void dispose(Descriptor *descriptor) noexcept {
     const std::unique_ptr<Descriptor> owner(descriptor);
-    guarded("closing a HID device", [descriptor] {
-        const auto closed = std::make_shared<Descriptor>(std::move(*descriptor));
-        (void)BlockingCalls().make([closed] { closed->reset(); }, deadline());
-    });
+    closeAside(std::move(*owner));
+}
+
+/// True where the next attempt may find more of what this one lacked.
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EAGAIN;
 }
 
 bool hangsUp(const Descriptor &descriptor) {
@@ -123,7 +126,7 @@ HIDStatus HidrawDevice::open() {
     if (!host_->thread().isCurrent()) {
         host_->thread().perform([self = shared_from_this(), handle] {
             if (!self->watch(handle))
-                self->inputEnded(handle);
+                self->inputFailed(handle);
         });
         return HIDStatus::success;
     }
@@ -135,30 +138,74 @@ HIDStatus HidrawDevice::open() {
 }
 
 HIDStatus HidrawDevice::openNode(Handle &handle) {
+    Descriptor descriptor;
+    const int error = openAside(descriptor);
+    if (error != 0) {
+        openingHasFailed(error);
+        if (error != ENOENT && error != ENODEV && error != ENXIO)
+            entry_->complainOf(error);
+        return statusOf(error, nullptr);
+    }
+    handle.reset(new Descriptor(std::move(descriptor)), dispose);
+    // The node may stand for another device by now. If not, it did not do so when it was opened, either.
+    struct stat status {};
+    if (::fstat(handle->get(), &status) != 0)
+        return HIDStatus::noDevice;
+    const Result<std::string> sysPath = sysPathOfNumber(status.st_rdev);
+    if (!sysPath.ok()) {
+        openingHasFailed(sysPath.error().code);
+        entry_->complainOf(sysPath.error().code);
+        return HIDStatus::error;
+    }
+    if (*sysPath != entry_->node().sysPath)
+        return HIDStatus::noDevice;
+    entry_->wasOpened();
+    return HIDStatus::success;
+}
+
+/// The device is announced anew when it may be opened after all.
+void HidrawDevice::openingHasFailed(int error) {
+    openingFailed_ = true; // Before it is announced anew.
+    entry_->openingFailed();
+    if (error != ETIMEDOUT) // It tells itself when it comes to its end.
+        entry_->askForAnotherLook(isShortage(error));
+}
+
+/// Opens the node and returns 0, or the errno value of why it could not. When the kernel lets it be opened
+/// too late, the device is announced anew.
+int HidrawDevice::openAside(Descriptor &descriptor) {
     struct Attempt {
+        std::mutex mutex; ///< Guards the rest.
         Descriptor descriptor;
         int error = 0;
+        bool isOver = false;
+        bool isAbandoned = false;
     };
     const auto attempt = std::make_shared<Attempt>();
     const Result<void> made = BlockingCalls().make(
-        [attempt, place = entry_->node().place] {
-            attempt->descriptor.reset(::open(place.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-            attempt->error = errno;
+        [attempt, entry = entry_] {
+            Descriptor opened(::open(entry->node().place.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+            const int error = opened ? 0 : errno;
+            Descriptor late;
+            {
+                const std::lock_guard lock(attempt->mutex);
+                attempt->isOver = true;
+                attempt->error = error;
+                (attempt->isAbandoned ? late : attempt->descriptor) = std::move(opened);
+            }
+            if (late) {
+                late.reset();
+                entry->becameOpenable();
+            }
         },
         deadline());
-    if (!made.ok())
-        return statusOf(made.error().code, nullptr);
-    if (!attempt->descriptor) {
-        if (attempt->error == EACCES || attempt->error == EPERM)
-            entry_->complain();
-        return statusOf(attempt->error, nullptr);
-    }
-    handle.reset(new Descriptor(std::move(attempt->descriptor)), closeAside);
-    // The node may stand for another device by now. If not, it did not do so when it was opened, either.
-    struct stat status {};
-    if (::fstat(handle->get(), &status) != 0 || sysPathOfNumber(status.st_rdev) != entry_->node().sysPath)
-        return HIDStatus::noDevice;
-    return HIDStatus::success;
+    const std::lock_guard lock(attempt->mutex);
+    attempt->isAbandoned = !attempt->isOver;
+    openingFailed_ = attempt->isAbandoned || attempt->error != 0; // Before it is announced anew.
+    if (attempt->isAbandoned)
+        return made.ok() || made.error().code == 0 ? EIO : made.error().code;
+    descriptor = std::move(attempt->descriptor);
+    return attempt->error;
 }
 
 HIDStatus HidrawDevice::close() {
@@ -279,12 +326,18 @@ void HidrawDevice::unwatch(const Handle &handle) noexcept {
 void HidrawDevice::deliverInput(bool isOver) {
     const auto self = shared_from_this(); // A callback may drop all other references.
     const Handle handle = watched_;
+    if (!handle) { // Closed by another thread, as it left.
+        if (left_)
+            reportEnd();
+        return;
+    }
     for (int report = 0; report < reportsPerWakeUp; ++report) {
         const Read read = deliverOne(handle);
         if (watched_ != handle) // A callback has closed or unscheduled the device.
             return;
         if (read == Read::end || (read == Read::nothing && (isOver || left_))) {
-            entry_->leave();
+            if (read == Read::end || isOver) // And not only as this manager has it.
+                entry_->leave();
             inputEnded(handle);
             return;
         }
@@ -334,6 +387,16 @@ void HidrawDevice::inputEnded(const Handle &handle) {
     inputClosed(handle);
 }
 
+/// The device is there, but its input cannot be waited for.
+void HidrawDevice::inputFailed(const Handle &handle) {
+    {
+        const std::lock_guard lock(inputMutex_);
+        if (handle_ == handle)
+            handle_.reset();
+    }
+    inputClosed(handle);
+}
+
 /// The handle is no longer the device's input, from whatever side it was ended.
 void HidrawDevice::inputClosed(const Handle &handle) {
     unwatch(handle);
@@ -355,7 +418,7 @@ void HidrawDevice::leave() {
         inputEnded(handle);
         return;
     }
-    deliverInput(true);
+    deliverInput(false);
 }
 
 void HidrawDevice::unschedule() {

@@ -32,6 +32,7 @@ class HidrawDevice final : public HIDBusDevice, public std::enable_shared_from_t
 
     void leave() override;
     void unschedule() override;
+    bool awaitsNewArrival() const noexcept override { return openingFailed_; }
 
   private:
     using Handle = std::shared_ptr<Descriptor>;
@@ -42,6 +43,8 @@ class HidrawDevice final : public HIDBusDevice, public std::enable_shared_from_t
     [[nodiscard]] bool hasLeft() const noexcept { return left_ || entry_->hasLeft(); }
     [[nodiscard]] Handle currentHandle();
     HIDStatus openNode(Handle &handle);
+    [[nodiscard]] int openAside(Descriptor &descriptor);
+    void openingHasFailed(int error);
     HIDStatus exchange(const std::shared_ptr<Exchange> &exchange);
     [[nodiscard]] HIDStatus statusOf(int error, const Descriptor *handle) const;
 
@@ -51,12 +54,14 @@ class HidrawDevice final : public HIDBusDevice, public std::enable_shared_from_t
     void deliverInput(bool isOver);
     [[nodiscard]] Read deliverOne(const Handle &handle);
     void inputEnded(const Handle &handle);
+    void inputFailed(const Handle &handle);
     void inputClosed(const Handle &handle);
     void reportEnd();
 
     const std::shared_ptr<const HidrawEntry> entry_;
     const std::shared_ptr<HIDDeviceHost> host_;
-    std::atomic<bool> left_{false}; ///< Set on the host's thread.
+    std::atomic<bool> left_{false};          ///< Set on the host's thread.
+    std::atomic<bool> openingFailed_{false}; ///< The last time.
 
     std::mutex openMutex_;    ///< Held through open() and close().
     std::mutex requestMutex_; ///< Held through a request.

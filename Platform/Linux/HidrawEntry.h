@@ -5,6 +5,7 @@
 #include "Platform/Linux/HidrawNode.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 namespace moxel {
@@ -12,13 +13,36 @@ namespace moxel {
 /// Any thread.
 class HidrawEntry final : public HIDBusEntry, public std::enable_shared_from_this<HidrawEntry> {
   public:
-    explicit HidrawEntry(HidrawNode node) : node_(std::move(node)) {}
+    /// What the entry asks of its bus. Any thread.
+    struct Requests {
+        std::function<void()> announceAgain; ///< Report the device once more.
+        std::function<void()> lookAgain;     ///< Look a little later whether that is worth while.
+    };
+
+    explicit HidrawEntry(HidrawNode node, Requests requests = {})
+        : node_(std::move(node)), requests_(std::move(requests)) {}
 
     [[nodiscard]] std::optional<HIDProperty> property(std::string_view key) const override;
     [[nodiscard]] std::shared_ptr<HIDBusDevice>
     makeDevice(std::shared_ptr<HIDDeviceHost> host) const override;
-    /// Logs, once, why this process may not use the device and how that is changed.
+    /// Logs why this process may not use the device and how that is changed, as the next one does.
     void complain() const override;
+    /// Logs, once until the reason changes, why the device cannot be opened, by its errno value.
+    void complainOf(int error) const;
+
+    /// The device could not be opened, and the bus is to report it once more when that may have changed.
+    void openingFailed() const noexcept { openingFailed_ = true; }
+    /// Has the bus look by itself: as long as there is a shortage, and else once, because what has changed
+    /// just now it has seen already.
+    void askForAnotherLook(bool isShortage) const;
+    void wasOpened() const noexcept { hasLookedAgain_ = false; }
+    /// True once after openingFailed().
+    [[nodiscard]] bool takeFailure() const noexcept { return openingFailed_.exchange(false); }
+    /// It can be opened now.
+    void becameOpenable() const {
+        if (requests_.announceAgain)
+            requests_.announceAgain();
+    }
 
     [[nodiscard]] const HidrawNode &node() const noexcept { return node_; }
 
@@ -27,8 +51,11 @@ class HidrawEntry final : public HIDBusEntry, public std::enable_shared_from_thi
 
   private:
     const HidrawNode node_;
+    const Requests requests_;
     mutable std::atomic<bool> left_{false};
-    mutable std::atomic<bool> hasComplained_{false};
+    mutable std::atomic<bool> openingFailed_{false};
+    mutable std::atomic<bool> hasLookedAgain_{false}; ///< Since it was opened last.
+    mutable std::atomic<int> complainedOf_{0};        ///< An errno value.
 };
 
 } // namespace moxel

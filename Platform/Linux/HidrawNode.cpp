@@ -9,8 +9,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <memory>
 #include <span>
+#include <system_error>
 #include <systemd/sd-device.h>
 #include <unistd.h>
 
@@ -25,37 +27,54 @@ struct DeviceCloser {
 };
 using Device = std::unique_ptr<sd_device, DeviceCloser>;
 
-Device deviceOfName(const std::string &name) {
-    sd_device *device = nullptr;
-    if (sd_device_new_from_subsystem_sysname(&device, "hidraw", name.c_str()) < 0)
-        return nullptr;
-    return Device(device);
+/// True for what passes when the process, or the system, has more again.
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS || error == EAGAIN ||
+           error == EINTR;
 }
+
+Error shortage(int error) { return systemError("A HID device cannot be looked at", error); }
 
 std::string syspathOf(sd_device *device) {
     const char *path = nullptr;
     return sd_device_get_syspath(device, &path) < 0 ? "" : path;
 }
 
-/// At most the size of a page, which no file read here exceeds.
-std::optional<std::string> fileContent(const std::string &path) {
+/// At most the size of a page, which no file read here exceeds. The error carries errno.
+Result<std::string> fileContent(const std::string &path) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
+        return systemError(path, errno);
     std::array<char, 4097> buffer{};
     size_t filled = 0;
-    while (file && filled < buffer.size()) {
+    while (filled < buffer.size()) {
         const ssize_t size = ::read(file.get(), buffer.data() + filled, buffer.size() - filled);
         if (size == 0)
             return std::string(buffer.data(), filled);
         if (size < 0 && errno != EINTR)
-            break;
+            return systemError(path, errno);
         filled += size > 0 ? static_cast<size_t>(size) : 0;
     }
-    return std::nullopt;
+    return systemError(path, EFBIG);
 }
 
-std::string attribute(sd_device *device, const char *name) {
+/// Empty when the device has none.
+Result<std::string> attribute(sd_device *device, const char *name) {
     const char *value = nullptr;
-    return sd_device_get_sysattr_value(device, name, &value) < 0 ? "" : value;
+    const int error = -sd_device_get_sysattr_value(device, name, &value);
+    if (isShortage(error))
+        return shortage(error);
+    return std::string(error > 0 ? "" : value);
+}
+
+Result<USBStrings> usbStrings(sd_device *usb) {
+    Result<std::string> manufacturer = attribute(usb, "manufacturer");
+    Result<std::string> product = attribute(usb, "product");
+    Result<std::string> serialNumber = attribute(usb, "serial");
+    for (const Result<std::string> *each : {&manufacturer, &product, &serialNumber})
+        if (!each->ok())
+            return each->error();
+    return USBStrings{*std::move(manufacturer), *std::move(product), *std::move(serialNumber)};
 }
 
 } // namespace
@@ -67,52 +86,61 @@ bool isHidrawName(std::string_view name) {
                                [](char each) { return each >= '0' && each <= '9'; });
 }
 
+/// The folder itself, because sd-device's enumeration takes a folder that it cannot read for an empty one.
 Result<std::vector<std::string>> hidrawNames() {
-    struct Closer {
-        void operator()(sd_device_enumerator *enumerator) const { sd_device_enumerator_unref(enumerator); }
-    };
-    sd_device_enumerator *made = nullptr;
-    int error = sd_device_enumerator_new(&made);
-    const std::unique_ptr<sd_device_enumerator, Closer> enumerator(made);
-    if (error >= 0)
-        error = sd_device_enumerator_allow_uninitialized(made);
-    if (error >= 0)
-        error = sd_device_enumerator_add_match_subsystem(made, "hidraw", 1);
-    if (error < 0)
-        return systemError("Cannot list the kernel's HID devices", -error);
     std::vector<std::string> names;
-    for (sd_device *device = sd_device_enumerator_get_device_first(made); device != nullptr;
-         device = sd_device_enumerator_get_device_next(made)) {
-        const char *name = nullptr;
-        if (sd_device_get_sysname(device, &name) >= 0 && isHidrawName(name))
-            names.emplace_back(name);
+    std::error_code error;
+    std::filesystem::directory_iterator device("/sys/class/hidraw", error);
+    for (; !error && device != std::filesystem::directory_iterator(); device.increment(error)) {
+        std::string name = device->path().filename().string();
+        if (isHidrawName(name))
+            names.push_back(std::move(name));
     }
+    if (isShortage(error.value()))
+        return systemError("Cannot list the kernel's HID devices", error.value());
     return names;
 }
 
-std::optional<HidrawNode> readHidrawNode(const std::string &name) {
-    const Device device = deviceOfName(name);
-    sd_device *hid = nullptr; // These parents belong to `device`.
+Result<std::optional<HidrawNode>> readHidrawNode(const std::string &name) {
+    const std::optional<HidrawNode> none;
+    sd_device *made = nullptr;
+    int error = -sd_device_new_from_subsystem_sysname(&made, "hidraw", name.c_str());
+    const Device device(error > 0 ? nullptr : made);
+    sd_device *hid = nullptr; // The parents belong to `device`.
     sd_device *usb = nullptr;
     const char *place = nullptr;
-    if (!device || sd_device_get_devname(device.get(), &place) < 0 || ::access(place, F_OK) != 0 ||
-        sd_device_get_parent_with_subsystem_devtype(device.get(), "hid", nullptr, &hid) < 0)
-        return std::nullopt;
+    if (error <= 0)
+        error = -sd_device_get_devname(made, &place);
+    if (error <= 0)
+        error = ::access(place, F_OK) == 0 ? 0 : errno;
+    if (error <= 0)
+        error = -sd_device_get_parent_with_subsystem_devtype(made, "hid", nullptr, &hid);
+    if (error > 0)
+        return isShortage(error) ? Result<std::optional<HidrawNode>>(shortage(error)) : none;
+
     const std::string folder = syspathOf(hid);
-    const auto uevent = fileContent(folder + "/uevent");
-    const auto descriptor = fileContent(folder + "/report_descriptor");
-    if (!uevent || !descriptor)
-        return std::nullopt;
+    const Result<std::string> uevent = fileContent(folder + "/uevent");
+    const Result<std::string> descriptor = fileContent(folder + "/report_descriptor");
+    for (const Result<std::string> *each : {&uevent, &descriptor})
+        if (!each->ok())
+            return isShortage(each->error().code) ? Result<std::optional<HidrawNode>>(each->error()) : none;
     std::optional<USBStrings> strings;
-    if (sd_device_get_parent_with_subsystem_devtype(device.get(), "usb", "usb_device", &usb) >= 0)
-        strings = {attribute(usb, "manufacturer"), attribute(usb, "product"), attribute(usb, "serial")};
+    error = -sd_device_get_parent_with_subsystem_devtype(made, "usb", "usb_device", &usb);
+    if (isShortage(error))
+        return shortage(error);
+    if (error <= 0) {
+        Result<USBStrings> read = usbStrings(usb);
+        if (!read.ok())
+            return read.error();
+        strings = *std::move(read);
+    }
 
     const std::span bytes(reinterpret_cast<const uint8_t *>(descriptor->data()), descriptor->size());
     Result<BusDeviceProperties> properties = hidrawProperties(*uevent, bytes, strings ? &*strings : nullptr);
     if (!properties.ok())
-        return std::nullopt;
-    return HidrawNode{place, syspathOf(device.get()), *std::move(properties),
-                      summarizeReportDescriptor(bytes).numbersReports};
+        return none;
+    return std::optional(HidrawNode{place, syspathOf(made), *std::move(properties),
+                                    summarizeReportDescriptor(bytes).numbersReports});
 }
 
 bool hasFinalRights(const HidrawNode &node) {
@@ -131,12 +159,13 @@ Result<void> checkRights(const HidrawNode &node) {
     return systemError("it may not be opened", errno);
 }
 
-std::string sysPathOfNumber(dev_t number) {
+Result<std::string> sysPathOfNumber(dev_t number) {
     sd_device *made = nullptr;
-    if (sd_device_new_from_devnum(&made, 'c', number) < 0)
-        return "";
-    const Device device(made);
-    return syspathOf(made);
+    const int error = -sd_device_new_from_devnum(&made, 'c', number);
+    if (isShortage(error))
+        return shortage(error);
+    const Device device(error > 0 ? nullptr : made);
+    return error > 0 ? std::string() : syspathOf(made);
 }
 
 std::string udevRuleForVendor(uint16_t vendorID) {

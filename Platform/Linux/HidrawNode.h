@@ -25,8 +25,9 @@ struct HidrawNode {
 /// Names such as "hidraw3", in any order.
 [[nodiscard]] Result<std::vector<std::string>> hidrawNames();
 
-/// Absent when there is no such device, no node for it, or nothing sensible to be told about it. Any thread.
-[[nodiscard]] std::optional<HidrawNode> readHidrawNode(const std::string &name);
+/// Absent when there is no such device, no node for it, or nothing sensible to be told about it; an error
+/// when the process has too little left to look (descriptors, memory). Any thread.
+[[nodiscard]] Result<std::optional<HidrawNode>> readHidrawNode(const std::string &name);
 
 /// True when nobody is going to change the node's rights: udev has set them, or does not run.
 [[nodiscard]] bool hasFinalRights(const HidrawNode &node);
@@ -34,8 +35,8 @@ struct HidrawNode {
 /// Tells whether this process may use the node, without opening it.
 [[nodiscard]] Result<void> checkRights(const HidrawNode &node);
 
-/// The path of the device that a device number stands for now; empty when there is none.
-[[nodiscard]] std::string sysPathOfNumber(dev_t number);
+/// The path of the device that a device number stands for now; empty when there is none, an error as above.
+[[nodiscard]] Result<std::string> sysPathOfNumber(dev_t number);
 
 /// A udev rule that lets the user at the machine use devices of that vendor.
 [[nodiscard]] std::string udevRuleForVendor(uint16_t vendorID);

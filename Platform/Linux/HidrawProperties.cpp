@@ -12,8 +12,7 @@ namespace moxel {
 
 namespace {
 
-/// The value of the first line "KEY=VALUE": the kernel writes its own lines first, and later ones may come
-/// from a newline in a name.
+/// The value of the line "KEY=VALUE".
 std::optional<std::string_view> ueventValue(std::string_view uevent, std::string_view key) {
     while (!uevent.empty()) {
         const std::string_view line = uevent.substr(0, uevent.find('\n'));
@@ -22,6 +21,18 @@ std::optional<std::string_view> ueventValue(std::string_view uevent, std::string
             return line.substr(key.size() + 1);
     }
     return std::nullopt;
+}
+
+/// A newline in one of a device's texts begins a line that looks like the kernel's own, before the one that
+/// it stands for or after it.
+bool hasLineTwice(std::string_view uevent, std::string_view key) {
+    size_t count = 0;
+    while (!uevent.empty()) {
+        const std::string_view line = uevent.substr(0, uevent.find('\n'));
+        uevent.remove_prefix(std::min(uevent.size(), line.size() + 1));
+        count += line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=' ? 1 : 0;
+    }
+    return count > 1;
 }
 
 /// Takes a hexadecimal number that ends at `end` (or with the text) from the front.
@@ -44,6 +55,9 @@ std::string utf8Text(std::string_view bytes) {
 
 Result<BusDeviceProperties>
 hidrawProperties(std::string_view uevent, std::span<const uint8_t> reportDescriptor, const USBStrings *usb) {
+    for (const std::string_view key : {"HID_ID", "HID_NAME", "HID_PHYS", "HID_UNIQ"})
+        if (hasLineTwice(uevent, key))
+            return Error{"its " + std::string(key) + " is there twice"};
     std::string_view identity = ueventValue(uevent, "HID_ID").value_or("");
     const auto bus = takeNumber(identity, ':');
     const auto vendor = bus ? takeNumber(identity, ':') : std::nullopt;

@@ -1,5 +1,6 @@
 #include "LinuxRunLoop.h"
 
+#include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/Guard.h"
 #include "Platform/Log.h"
 
@@ -208,27 +209,24 @@ void LinuxRunLoop::setInterest(RunLoopSource &source, bool readable, bool writab
 Result<RunLoopSource> LinuxRunLoop::addTimer(Seconds delay, Seconds interval, Callback callback) {
     // A timer is a descriptor of its own rather than an sd-event timer, because those are armed only while
     // sd-event runs: a caller that polls the loop's descriptor would miss them.
-    const int timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
-    if (timer < 0)
+    moxel::Descriptor timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    if (!timer)
         return systemError("Cannot make a timer", errno);
     itimerspec times{};
     times.it_value = toTimespec(delay);
     times.it_interval = toTimespec(interval);
     if (times.it_value.tv_sec == 0 && times.it_value.tv_nsec == 0)
         times.it_value.tv_nsec = 1; // Zero would disarm it.
-    auto expired = [timer, callback = std::move(callback)](Readiness) {
+    auto expired = [descriptor = timer.get(), callback = std::move(callback)](Readiness) {
         uint64_t expirations;
-        if (::read(timer, &expirations, sizeof expirations) == sizeof expirations)
+        if (::read(descriptor, &expirations, sizeof expirations) == sizeof expirations)
             callback();
     };
-    Result<RunLoopSource> source = watchDescriptor(timer, Descriptor::readable, std::move(expired));
-    if (!source.ok() || ::timerfd_settime(timer, 0, &times, nullptr) < 0) {
-        const int error = errno;
-        ::close(timer);
-        return source.ok() ? Result<RunLoopSource>(systemError("Cannot set a timer", error))
-                           : std::move(source);
-    }
-    source->implementation_->timer = timer;
+    Result<RunLoopSource> source = watchDescriptor(timer.get(), Descriptor::readable, std::move(expired));
+    if (source.ok() && ::timerfd_settime(timer.get(), 0, &times, nullptr) < 0)
+        return systemError("Cannot set a timer", errno);
+    if (source.ok())
+        source->implementation_->timer = timer.release();
     return source;
 }
 

@@ -2,6 +2,7 @@
 
 #include "Platform/Linux/Guard.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <pthread.h>
@@ -44,18 +45,17 @@ LinuxThread::LinuxThread(std::string name, bool isMain)
 
 // ------------------------------------------------------------------------------------------ Current thread
 
-void LinuxThread::adopt(const std::shared_ptr<LinuxThread> &thread) {
-    auto holder = std::make_unique<std::shared_ptr<LinuxThread>>(thread);
+void LinuxThread::adopt(Holder holder) {
     if (const int error = pthread_setspecific(threadKey(threadEnds), holder.get()); error != 0)
         throw std::system_error(error, std::generic_category(), "Cannot attach a thread object");
-    (void)holder.release(); // threadEnds() frees it.
-    currentThread = thread.get();
+    currentThread = holder.release()->get(); // threadEnds() frees it.
 }
 
 std::shared_ptr<LinuxThread> LinuxThread::currentLinuxThread() {
     if (!currentThread) {
         const bool isMain = ::getpid() == ::gettid();
-        adopt(isMain ? mainThread() : std::make_shared<LinuxThread>("", false));
+        adopt(std::make_unique<std::shared_ptr<LinuxThread>>(
+            isMain ? mainThread() : std::make_shared<LinuxThread>("", false)));
     }
     return std::static_pointer_cast<LinuxThread>(currentThread->shared_from_this());
 }
@@ -111,9 +111,13 @@ void LinuxThread::setName(const std::string &name) {
         nameSystemThread();
 }
 
-void LinuxThread::nameSystemThread() const {
-    constexpr size_t longestSystemName = 15;
-    pthread_setname_np(pthread_self(), name().substr(0, longestSystemName).c_str());
+void LinuxThread::nameSystemThread() const noexcept {
+    std::array<char, 16> systemName{}; // The kernel keeps no longer ones.
+    {
+        const std::lock_guard lock(nameMutex_);
+        name_.copy(systemName.data(), systemName.size() - 1);
+    }
+    pthread_setname_np(pthread_self(), systemName.data());
 }
 
 // ------------------------------------------------------------------------------------------ The service
@@ -124,17 +128,18 @@ std::shared_ptr<Thread> Thread::main() { return mainThread(); }
 
 Result<std::shared_ptr<Thread>> Thread::start(std::string name, Work entry) {
     auto thread = std::make_shared<LinuxThread>(std::move(name), false);
+    // Made here, so that a thread that has started runs its entry even when there is no memory left.
+    auto holder = std::make_unique<std::shared_ptr<LinuxThread>>(thread);
     // The new thread may run and end before the assignment below has finished; nobody joins it before start()
     // returns.
     try {
-        thread->thread_ = std::thread([thread, entry = std::move(entry)]() mutable {
+        thread->thread_ = std::thread([holder = std::move(holder), entry = std::move(entry)]() mutable {
             guarded("a thread", [&] {
-                LinuxThread::adopt(thread);
-                thread->nameSystemThread();
+                LinuxThread::adopt(std::move(holder));
+                currentThread->nameSystemThread();
                 Work work = std::move(entry);
                 work();
             });
-            thread.reset();
         });
     } catch (const std::system_error &error) {
         return systemError("Cannot start a thread", error.code().value());

@@ -33,11 +33,13 @@ class LinuxThread final : public Thread {
 
   private:
     friend class Thread;
+    using Holder = std::unique_ptr<std::shared_ptr<LinuxThread>>;
+
     /// Makes the object the calling thread's own until the thread ends.
-    static void adopt(const std::shared_ptr<LinuxThread> &thread);
+    static void adopt(Holder holder);
     static void threadEnds(void *holder) noexcept;
     void end() noexcept;
-    void nameSystemThread() const;
+    void nameSystemThread() const noexcept;
 
     const uint64_t identifier_;
     const bool isMain_;

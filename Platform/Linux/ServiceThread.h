@@ -26,11 +26,11 @@ class ServiceThread {
     Thread &thread() noexcept { return *thread_; }
 
   private:
-    ServiceThread(std::shared_ptr<Thread> thread, std::shared_ptr<RunLoop> runLoop);
+    ServiceThread() = default;
     static Result<std::shared_ptr<ServiceThread>> start();
 
-    const std::shared_ptr<Thread> thread_;
-    const std::shared_ptr<RunLoop> runLoop_;
+    std::shared_ptr<Thread> thread_;
+    std::shared_ptr<RunLoop> runLoop_; ///< Null when the thread has none to run.
 };
 
 } // namespace moxel

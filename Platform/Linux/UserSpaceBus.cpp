@@ -153,16 +153,18 @@ Result<std::shared_ptr<UserSpaceBus>> UserSpaceBus::create(const std::string &fo
     Result<std::shared_ptr<ServiceThread>> services = ServiceThread::lease();
     if (!services.ok())
         return services.error();
+    // Before the watcher, which ends on the service thread only with the bus.
+    const std::shared_ptr<UserSpaceBus> bus(new UserSpaceBus(*std::move(services)));
     Result<std::unique_ptr<Watcher>> watcher = Error{"The service thread has ended"};
-    const auto start = [&] { watcher = Watcher::create(folder, services.value()->runLoop()); };
-    services.value()->thread().perform(start, Thread::Wait::untilDone);
+    const auto start = [&] { watcher = Watcher::create(folder, bus->services_->runLoop()); };
+    bus->services_->thread().perform(start, Thread::Wait::untilDone);
     if (!watcher.ok())
         return watcher.error();
-    return std::shared_ptr<UserSpaceBus>(new UserSpaceBus(*std::move(services), *std::move(watcher)));
+    bus->watcher_ = *std::move(watcher);
+    return bus;
 }
 
-UserSpaceBus::UserSpaceBus(std::shared_ptr<ServiceThread> services, std::unique_ptr<Watcher> watcher)
-    : services_(std::move(services)), watcher_(std::move(watcher)) {}
+UserSpaceBus::UserSpaceBus(std::shared_ptr<ServiceThread> services) : services_(std::move(services)) {}
 
 UserSpaceBus::~UserSpaceBus() {
     services_->thread().perform([this] { watcher_.reset(); }, Thread::Wait::untilDone);

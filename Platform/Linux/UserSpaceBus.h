@@ -25,7 +25,7 @@ class UserSpaceBus final : public HIDBus {
   private:
     class Watcher;
 
-    UserSpaceBus(std::shared_ptr<ServiceThread> services, std::unique_ptr<Watcher> watcher);
+    explicit UserSpaceBus(std::shared_ptr<ServiceThread> services);
     static Result<std::shared_ptr<UserSpaceBus>> create(const std::string &folder);
 
     const std::shared_ptr<ServiceThread> services_;

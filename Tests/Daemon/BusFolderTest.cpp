@@ -107,6 +107,13 @@ TEST(DaemonBusFolder, MustBeAnAbsolutePathOfAFolder) {
     EXPECT_FALSE(BusFolder::open(folder.path("file/below")).ok());
 }
 
+TEST(DaemonBusFolder, ThatCannotBeMadeIsToldWithWhatNamesAnotherOne) {
+    const auto folder = BusFolder::open("/proc/moxel/hid");
+    ASSERT_FALSE(folder.ok());
+    EXPECT_THAT(folder.error().message, HasSubstr("Cannot make the folder /proc/moxel "));
+    EXPECT_THAT(folder.error().message, HasSubstr("MOXEL_HID_BUS"));
+}
+
 TEST(DaemonBusFolder, SocketAppearsUnderItsNameAndGoesWithItsHandle) {
     const TemporaryFolder folder;
     {

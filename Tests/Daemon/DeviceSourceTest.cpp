@@ -57,6 +57,8 @@ class DaemonDeviceSource : public ::testing::Test, protected EventSink {
         source.emplace(*loop, sink, options,
                        [this](const std::string &file) -> Result<std::unique_ptr<InputReader>> {
                            opened.push_back(fs::path(file).filename().string());
+                           if (const auto before = beforeOpening)
+                               before();
                            if (forbidden.contains(file))
                                return systemError(file, EACCES);
                            return InputDevice::open(file);
@@ -108,6 +110,7 @@ class DaemonDeviceSource : public ::testing::Test, protected EventSink {
     DeviceOptions options;
     std::optional<DeviceSource> source;
     std::set<std::string> forbidden;
+    std::function<void()> beforeOpening;
     Lines opened;
     Lines lines;
 };
@@ -394,6 +397,43 @@ TEST_F(DaemonDeviceSource, TextOfDevicesIsMadeFitForTheLog) {
     const FakeInputDevice device(path("event3"), answers);
     startNamed({"event3"});
     EXPECT_EQ(log.countContaining("(Two\\nlines\\x1b[31m)"), 1U);
+}
+
+TEST_F(DaemonDeviceSource, ButtonsThatAreDownBeforeADeviceComesAreTold) {
+    FakeInputAnswers answers = model(1);
+    answers.pressed[BTN_1] = true;
+    FakeInputDevice device(path("event3"), answers);
+    startNamed({"event3"});
+    EXPECT_THAT(take(3), ElementsAre("udev 1234 1", "devadd 12340001", "buttons 2"));
+    device.report({{EV_KEY, BTN_1, 0}});
+    EXPECT_THAT(take(1), ElementsAre("buttons 0"));
+}
+
+/// The system's folder may still tell of the device that had the number before.
+TEST_F(DaemonDeviceSource, ChosenDeviceIsTheKindThatItWasChosenFor) {
+    describe("event3", "3 0 0 0 0", "3f", "0");
+    describe("event4", "3 0 0 0 0", "3f", "0");
+    FakeInputAnswers mouse;
+    mouse.capabilities.relative[REL_X] = mouse.capabilities.relative[REL_Y] = true;
+    mouse.capabilities.keys[BTN_LEFT] = true;
+    FakeInputDevice stranger(path("event3"), mouse);
+    FakeInputDevice device(path("event4"));
+    startChoosing();
+    EXPECT_THAT(take(2), ElementsAre("udev 1234 5678", "devadd 12345678"));
+    EXPECT_TRUE(isQuiet());
+}
+
+TEST_F(DaemonDeviceSource, DeviceIsWhatIsOpenAndNotWhatThePathLedToBefore) {
+    auto first = std::make_unique<FakeInputDevice>(path("event3"), model(1));
+    std::unique_ptr<FakeInputDevice> second;
+    beforeOpening = [&] { // Between the look at the file and its opening.
+        beforeOpening = nullptr;
+        first.reset();
+        second = std::make_unique<FakeInputDevice>(path("event3"), model(2));
+    };
+    startNamed({"event3"});
+    EXPECT_THAT(take(2), ElementsAre("udev 1234 2", "devadd 12340002"));
+    EXPECT_TRUE(isQuiet()) << "the folder's news of it are no other device";
 }
 
 } // namespace

@@ -35,6 +35,12 @@ TEST(DaemonInputCapabilities, SticksAndPadsAreJoysticks) {
 
 TEST(DaemonInputCapabilities, OtherDevicesAreOther) {
     EXPECT_EQ(kindOf({}), DeviceKind::other);
+    InputCapabilities keyboard = with({BTN_0, BTN_1}, 0, six);
+    for (size_t code = KEY_ESC; code <= KEY_D; ++code)
+        keyboard.keys.set(code);
+    EXPECT_EQ(kindOf(keyboard), DeviceKind::other) << "a keyboard with the axes of a controller";
+    keyboard.keys.reset(KEY_D);
+    EXPECT_EQ(kindOf(keyboard), DeviceKind::sixAxisController) << "some keys make no keyboard";
     EXPECT_EQ(kindOf(with({BTN_LEFT, BTN_RIGHT}, 0x103, 0)), DeviceKind::other) << "a mouse";
     EXPECT_EQ(kindOf(with({BTN_LEFT}, 0, 0x3)), DeviceKind::other) << "a virtual machine's tablet";
     EXPECT_EQ(kindOf(with({BTN_TOUCH, BTN_0}, 0, six)), DeviceKind::other) << "a tablet";

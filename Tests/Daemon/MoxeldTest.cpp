@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 namespace moxel::daemon {
 namespace {
@@ -44,6 +46,27 @@ TEST_F(Moxeld, SaysWhenItIsReadyAndEndsCleanlyOnSignals) {
         EXPECT_EQ(daemon.readErrors(), "");
         EXPECT_TRUE(std::filesystem::is_empty(bus));
     }
+}
+
+TEST_F(Moxeld, UnitIsWhatTheServiceManagerUnderstands) {
+    const std::string checker = "/usr/bin/systemd-analyze";
+    if (!std::filesystem::exists(checker))
+        GTEST_SKIP() << checker << " is not there";
+    std::ifstream file(std::string(MOXEL_TRACES) + "/../Linux/moxeld.service");
+    std::stringstream unit;
+    unit << file.rdbuf();
+    std::string text = unit.str();
+    const std::string command = "ExecStart=moxeld "; // Not installed here.
+    ASSERT_NE(text.find(command), std::string::npos);
+    text.replace(text.find(command), command.size(), "ExecStart=\"" MOXELD "\" ");
+    const auto complaints = [&](const std::string &content) {
+        folder.write("moxeld.service", content);
+        ChildProcess check({checker, "--user", "verify", folder.path("moxeld.service")},
+                           {{"XDG_RUNTIME_DIR", folder.path()}, {"LC_ALL", "C.UTF-8"}});
+        return check.readErrors();
+    };
+    EXPECT_THAT(complaints(text), ::testing::Not(HasSubstr("moxeld.service")));
+    EXPECT_THAT(complaints(text + "\n[Service]\nNonsense=yes\n"), HasSubstr("moxeld.service"));
 }
 
 TEST_F(Moxeld, TellsTheServiceManager) {

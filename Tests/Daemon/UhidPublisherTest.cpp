@@ -2,6 +2,7 @@
 #include "Moxel Daemon/Kernel/UhidPublisher.h"
 #include "Daemon/RawClient.h"
 #include "Daemon/RecordingHandler.h"
+#include "Moxel Daemon/DaemonCore.h"
 #include "Moxel Daemon/Kernel/UhidChannel.h"
 #include "Support/CapturedLog.h"
 #include "Support/HIDClient.h"
@@ -10,9 +11,15 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <deque>
+#include <chrono>
+#include <fcntl.h>
+#include <future>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <vector>
 
 namespace moxel::daemon {
 namespace {
@@ -45,6 +52,8 @@ class DaemonUhidPublisher : public ::testing::Test {
     }
 
     void tell(const Bytes &event) const {
+        pollfd ready{kernel.get(), POLLOUT, 0};
+        EXPECT_GT(::poll(&ready, 1, static_cast<int>(patience.count())), 0) << "The daemon reads nothing";
         EXPECT_EQ(::send(kernel.get(), event.data(), event.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(event.size()));
     }
@@ -78,6 +87,18 @@ class DaemonUhidPublisher : public ::testing::Test {
         tellNumber(2);
         tellNumber(4);
         ASSERT_TRUE(handler.wasTold("open answered"));
+    }
+
+    /// Keeps the daemon's thread from anything else until what it returns is set.
+    [[nodiscard]] std::promise<void> hold() const {
+        std::promise<void> release;
+        std::promise<void> isHeld;
+        loop.post([&isHeld, held = release.get_future().share()] {
+            isHeld.set_value();
+            held.wait();
+        });
+        isHeld.get_future().wait();
+        return release;
     }
 
     test::CapturedLog log;
@@ -221,6 +242,197 @@ TEST_F(DaemonUhidPublisher, WithoutTheKernelsDeviceThereIsNoPublisher) {
             []() -> Result<Descriptor> { return systemError("Cannot open it", ENOENT); }, folder.path());
         ASSERT_FALSE(refused.ok());
         EXPECT_EQ(refused.error().code, ENOENT);
+    });
+}
+
+// ------------------------------------------------------------------------------------------ Floods
+
+TEST_F(DaemonUhidPublisher, FloodLeavesTheLoopToOthersAndLosesNothingThatHasRoom) {
+    openDeviceAsClient();
+    const size_t before = handler.told.get().size();
+    std::promise<void> release = hold();
+    for (size_t count = 0; count < UhidInbox::limit; ++count)
+        tellOutput(0x46, count);
+    size_t servedAtFirst = 0;
+    loop.post([&] { servedAtFirst = handler.told.get().size() - before; });
+    release.set_value();
+    ASSERT_TRUE(handler.wasTold("set 1 70 " + std::to_string(UhidInbox::limit - 1)));
+    EXPECT_LE(servedAtFirst, UhidInbox::servedPerTurn);
+    const std::vector<std::string> told = handler.told.get();
+    for (size_t count = 0; count < UhidInbox::limit; ++count)
+        ASSERT_EQ(told.at(before + count), "set 1 70 " + std::to_string(count));
+}
+
+TEST_F(DaemonUhidPublisher, GoesOnAfterAFlood) {
+    openDeviceAsClient();
+    constexpr size_t beyond = 32; // Fits into the kernel's side.
+    for (int round = 0; round < 2; ++round) {
+        std::promise<void> release = hold();
+        for (size_t count = 0; count < UhidInbox::limit + beyond; ++count)
+            tellNumber(99);
+        release.set_value();
+        tellOutput(0x46, static_cast<size_t>(round) + 1);
+        ASSERT_TRUE(handler.wasTold("set 1 70 " + std::to_string(round + 1))) << "the device goes on";
+    }
+    EXPECT_LE(log.countContaining("clients send faster than they are served"), 2U);
+}
+
+TEST_F(DaemonUhidPublisher, MuchWithoutSenseDoesNotFillTheLog) {
+    openDeviceAsClient();
+    for (int count = 0; count < 500; ++count)
+        tell({6, 0, 0, 0});
+    tellOutput(0x46, 9);
+    ASSERT_TRUE(handler.wasTold("set 1 70 9"));
+    EXPECT_GT(log.countContaining("makes no sense"), 0U);
+    EXPECT_LE(log.countContaining("makes no sense"), 100U);
+}
+
+TEST(DaemonLogQuota, LetsSomeLinesOfEachPeriodThrough) {
+    const test::CapturedLog log;
+    LogQuota quota;
+    const LogQuota::Clock::time_point start{};
+    for (int line = 0; line < 1000; ++line)
+        quota.log("Error: nonsense", start + LogQuota::period / 2);
+    EXPECT_EQ(log.count("Error: nonsense"), LogQuota::linesInAPeriod);
+    EXPECT_EQ(log.countContaining("left out"), 1U);
+    quota.log("Error: nonsense", start + 2 * LogQuota::period);
+    EXPECT_EQ(log.count("Error: nonsense"), LogQuota::linesInAPeriod + 1);
+}
+
+/// Fails at the first report.
+class FailingHandler final : public RecordingHandler {
+  public:
+    Reply setReport(const Peer &peer, HIDReportType type, uint8_t reportID,
+                    std::span<const uint8_t> report) override {
+        if (!std::exchange(hasFailed_, true))
+            throw std::runtime_error("no memory");
+        return RecordingHandler::setReport(peer, type, reportID, report);
+    }
+
+  private:
+    bool hasFailed_ = false;
+};
+
+TEST_F(DaemonUhidPublisher, HandlerThatFailsOnceIsAskedAgain) {
+    FailingHandler failing;
+    std::unique_ptr<Channel> second;
+    loop.run([&] {
+        description.name = "Second";
+        second = std::move(*publisher->publish(description, failing));
+    });
+    kernel = std::move(kernels.back());
+    tellOutput(0x46, 1);
+    tellOutput(0x46, 2);
+    tellOutput(0x46, 3);
+    EXPECT_TRUE(failing.wasTold("set 1 70 2"));
+    EXPECT_TRUE(failing.wasTold("set 1 70 3"));
+    loop.run([&] { second.reset(); });
+}
+
+// ------------------------------------------------------------------------------------------ New devices
+
+TEST_F(DaemonUhidPublisher, InputWaitsUntilTheKernelIsDoneWithTheDevice) {
+    EXPECT_FALSE(hear().empty());
+    tellNumber(2);
+    const auto opened = std::chrono::steady_clock::now();
+    tellNumber(4);
+    ASSERT_TRUE(handler.wasTold("open answered"));
+    EXPECT_EQ(sendInput({0x35, 1}), 1U);
+    EXPECT_EQ(hear(), uhidInputMessage(Bytes{0x35, 1}));
+    EXPECT_GE(std::chrono::steady_clock::now() - opened, UhidChannel::settlingTime);
+}
+
+TEST_F(DaemonUhidPublisher, InputWaitsHoweverLateTheDeviceIsOpenedFirst) {
+    EXPECT_FALSE(hear().empty());
+    tellNumber(2);
+    std::promise<void> isLate;
+    loop.run([&isLate] {
+        const auto tell = [&isLate] { isLate.set_value(); };
+        EXPECT_TRUE((*RunLoop::current())->performAfterDelay(3 * UhidChannel::settlingTime, tell).ok());
+    });
+    isLate.get_future().wait();
+    const auto opened = std::chrono::steady_clock::now();
+    tellNumber(4);
+    ASSERT_TRUE(handler.wasTold("open answered"));
+    EXPECT_EQ(sendInput({0x35, 1}), 1U);
+    EXPECT_EQ(hear(), uhidInputMessage(Bytes{0x35, 1}));
+    EXPECT_GE(std::chrono::steady_clock::now() - opened, UhidChannel::settlingTime);
+}
+
+TEST_F(DaemonUhidPublisher, DeviceThatItsDriverLeavesIsReported) {
+    tellNumber(2);
+    tellNumber(3);
+    EXPECT_TRUE(
+        log.waitFor("Error: Device: the kernel's driver has left the device, so that no client sees it; the "
+                    "machine has 64 hidraw nodes, which may all be taken"));
+}
+
+TEST_F(DaemonUhidPublisher, DeviceWithoutADriverIsReported) {
+    EXPECT_TRUE(
+        log.waitFor("Error: Device: the kernel has no driver for the device, so that no client sees it; "
+                    "\"modprobe hid-generic\" loads one"));
+}
+
+/// Notes who connects.
+class PeerHandler final : public RecordingHandler {
+  public:
+    void connected(const Peer &peer) override {
+        peers.change([&](auto &all) { all.push_back(peer.connection); });
+    }
+    test::Awaited<std::vector<uint64_t>> peers;
+};
+
+TEST_F(DaemonUhidPublisher, ConnectionsOfSeveralDevicesAreNotTheSame) {
+    PeerHandler peers;
+    std::vector<std::unique_ptr<Channel>> channels(2);
+    const size_t first = kernels.size();
+    loop.run([&] {
+        for (size_t index = 0; index < 2; ++index) {
+            description.name = "Peer " + std::to_string(index);
+            channels[index] = std::move(*publisher->publish(description, peers));
+        }
+    });
+    for (size_t index = 0; index < 2; ++index) {
+        kernel = std::move(kernels[first + index]);
+        tellNumber(2);
+        tellNumber(4);
+        ASSERT_TRUE(peers.peers.await([&](const auto &all) { return all.size() > index; }));
+    }
+    EXPECT_NE(peers.peers.get()[0], peers.peers.get()[1]);
+    loop.run([&] { channels.clear(); });
+}
+
+TEST_F(DaemonUhidPublisher, NameIsTakenBeforeTheKernelListsTheDevice) {
+    const std::string file = folder.path("uhid");
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    const auto open = [file]() -> Result<Descriptor> {
+        return Descriptor(::open(file.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    };
+    loop.run([&] {
+        const auto one = std::move(*UhidPublisher::create(open, folder.path()));
+        const auto other = std::move(*UhidPublisher::create(open, folder.path()));
+        auto first = one->publish(description, handler);
+        ASSERT_TRUE(first.ok());
+        const auto refused = other->publish(description, handler);
+        ASSERT_FALSE(refused.ok());
+        EXPECT_EQ(refused.error().code, EADDRINUSE);
+        DeviceDescription different = description;
+        different.name = "Different";
+        EXPECT_TRUE(other->publish(different, handler).ok());
+        first->reset();
+        EXPECT_TRUE(one->publish(description, handler).ok()) << "it waits for the end of its own";
+    });
+}
+
+TEST_F(DaemonUhidPublisher, DaemonLeavesSomeOfTheKernelsNodesToOthers) {
+    Options options;
+    Journal journal(0, 0);
+    loop.run([&] {
+        DaemonCore core(options, "Base", std::move(publisher), *RunLoop::current(), journal);
+        ASSERT_TRUE(core.start().ok());
+        for (uint64_t channelID = 1; channelID < 48; ++channelID)
+            ASSERT_TRUE(core.publishChannel(channelID, 0).ok()) << channelID;
+        EXPECT_FALSE(core.publishChannel(48, 0).ok());
     });
 }
 

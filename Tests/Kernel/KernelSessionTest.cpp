@@ -76,6 +76,20 @@ TEST_F(KernelSession, DaemonProcessSaysWhenItIsReadyAndThereIsOneForAUser) {
     EXPECT_EQ(first.exitStatus(), 0);
 }
 
+TEST_F(KernelSession, OneOfTwoDaemonsThatStartTogetherServes) {
+    for (int round = 0; round < 3; ++round) {
+        ChildProcess one({moxeldPath(), "--bus", "uhid", "--user", "501"});
+        ChildProcess other({moxeldPath(), "--bus", "uhid", "--user", "501"});
+        const std::string ready = "ready MxlVirtualHIDData_Base000001F5 in /dev/uhid";
+        const bool oneIsReady = one.readLine() == ready;
+        const bool otherIsReady = other.readLine() == ready;
+        EXPECT_NE(oneIsReady, otherIsReady);
+        EXPECT_EQ((oneIsReady ? other : one).exitStatus(), 4);
+        (oneIsReady ? one : other).signal(SIGTERM);
+        EXPECT_EQ((oneIsReady ? one : other).exitStatus(), 0);
+    }
+}
+
 TEST_F(KernelSession, KilledDaemonIsNoticedAtOnceAndANewOneIsFound) {
     auto daemon = std::make_unique<ChildProcess>(ChildProcess::Arguments{moxeldPath(), "--bus", "uhid"});
     EXPECT_TRUE(daemon->readLine().starts_with("ready "));
@@ -111,6 +125,19 @@ TEST_F(KernelSession, ChannelOfAKilledClientIsTakenAway) {
     EXPECT_TRUE(moxeld->waitUntil(
         [](const daemon::Observation &seen) { return seen.clients.empty() && seen.departed.size() == 1; },
         test::patience));
+}
+
+/// The time counts from the last use, not from the first.
+TEST_F(KernelSession, ChannelThatWasInUseAMomentAgoStays) {
+    startDaemon();
+    auto client = registeredClient.start({{"MOXEL_HIDRAW", std::nullopt}});
+    ASSERT_EQ(client.hear(), "registered");
+    std::this_thread::sleep_for(3s); // The time is what is tested.
+    client.kill();
+    const auto killed = Clock::now();
+    EXPECT_TRUE(moxeld->waitUntil([](const daemon::Observation &seen) { return seen.clients.empty(); },
+                                  test::patience));
+    EXPECT_GE(Clock::now() - killed, 4800ms);
 }
 
 TEST_F(KernelSession, ToolListsTheChannels) {

@@ -16,11 +16,13 @@
 #include <fcntl.h>
 #include <functional>
 #include <initializer_list>
+#include <iostream>
 #include <libevdev/libevdev-uinput.h>
 #include <libevdev/libevdev.h>
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/xattr.h>
 #include <systemd/sd-login.h>
 #include <unistd.h>
 #include <vector>
@@ -41,10 +43,11 @@ class VirtualController {
         int value;
     };
     enum class Axes { relative, absolute };
+    enum class Kind { controller, keyboard, motionSensor };
 
     static constexpr uint16_t vendor = 0x1234;
 
-    VirtualController(Axes axes, uint16_t product) {
+    VirtualController(Axes axes, uint16_t product, Kind kind = Kind::controller) {
         libevdev *model = libevdev_new();
         libevdev_set_name(model, "Test Controller");
         libevdev_set_id_bustype(model, BUS_USB);
@@ -60,6 +63,10 @@ class VirtualController {
                 libevdev_enable_event_code(model, EV_REL, code, nullptr);
         libevdev_enable_event_code(model, EV_KEY, BTN_0, nullptr);
         libevdev_enable_event_code(model, EV_KEY, BTN_1, nullptr);
+        for (unsigned code = KEY_ESC; kind == Kind::keyboard && code <= KEY_D; ++code)
+            libevdev_enable_event_code(model, EV_KEY, code, nullptr);
+        if (kind == Kind::motionSensor)
+            libevdev_enable_property(model, INPUT_PROP_ACCELEROMETER);
         const int made = libevdev_uinput_create_from_device(model, LIBEVDEV_UINPUT_OPEN_MANAGED, &device_);
         EXPECT_EQ(made, 0) << std::strerror(-made);
         libevdev_free(model);
@@ -91,8 +98,13 @@ class VirtualController {
 
 using Axes = VirtualController::Axes;
 
+std::string moxeldPath() {
+    const char *place = std::getenv("MOXELD"); // NOLINT(concurrency-mt-unsafe): nobody changes it
+    return place ? place : MOXELD;
+}
+
 /// moxeld is a process of its own; the application is the test, with handlers on a thread of the library's.
-class UinputController : public ::testing::Test {
+class UinputController : public ::testing::TestWithParam<const char *> {
   protected:
     static constexpr uint32_t firstID = 0x12340001;
 
@@ -101,6 +113,8 @@ class UinputController : public ::testing::Test {
         if (file < 0)
             GTEST_SKIP() << "/dev/uinput cannot be opened: " << std::strerror(errno);
         ::close(file);
+        if (isOverUhid() && ::access("/dev/uhid", R_OK | W_OK) != 0)
+            GTEST_SKIP() << "/dev/uhid: " << std::strerror(errno);
         Recorder::instance().clear();
     }
     void TearDown() override {
@@ -110,23 +124,31 @@ class UinputController : public ::testing::Test {
             CleanupMoxelHandlers();
     }
 
-    static std::string program() {
-        const char *place = std::getenv("MOXELD"); // NOLINT(concurrency-mt-unsafe): nobody changes it
-        return place ? place : MOXELD;
+    [[nodiscard]] static bool isOverUhid() { return std::string(GetParam()) == "uhid"; }
+    static std::string tool() {
+        const char *place = std::getenv("MOXELCTL"); // NOLINT(concurrency-mt-unsafe): nobody changes it
+        return place ? place : MOXELCTL;
     }
     [[nodiscard]] const test::TemporaryFolder &folder() const { return folder_; }
     /// Starts moxeld with these devices, and registers an application.
     void start(const std::vector<std::string> &devices) {
-        ChildProcess::Arguments arguments{program(), "--bus-folder", folder_.path("bus"), "--dead-zone", "0"};
-        for (const std::string &device : devices)
-            arguments.insert(arguments.end(), {"--device", device});
-        moxeld_.emplace(arguments);
-        ASSERT_TRUE(moxeld_->readLine().starts_with("ready "));
+        startDaemon(devices);
         isInstalled_ = true;
         ASSERT_EQ(SetMoxelHandlers(Recorder::message, Recorder::added, Recorder::removed, true), 0);
         uint8_t name[] = "\004Test";
         clientID_ = RegisterMoxelClient(0x54657374, name, 3, 0x3F);
         ASSERT_NE(clientID_, 0);
+    }
+    void startDaemon(const std::vector<std::string> &devices) {
+        ChildProcess::Arguments arguments{moxeldPath(), "--dead-zone", "0"};
+        if (isOverUhid())
+            arguments.insert(arguments.end(), {"--bus", "uhid"});
+        else
+            arguments.insert(arguments.end(), {"--bus-folder", folder_.path("bus")});
+        for (const std::string &device : devices)
+            arguments.insert(arguments.end(), {"--device", device});
+        moxeld_.emplace(arguments);
+        ASSERT_TRUE(moxeld_->readLine().starts_with("ready "));
     }
     [[nodiscard]] const ChildProcess &moxeld() const { return *moxeld_; }
 
@@ -175,13 +197,15 @@ class UinputController : public ::testing::Test {
   private:
     test::TemporaryFolder folder_;
     test::EnvironmentVariable bus_{"MOXEL_HID_BUS", folder_.path("bus")};
+    test::EnvironmentVariable hidraw_{"MOXEL_HIDRAW",
+                                      isOverUhid() ? std::nullopt : std::optional<std::string>("off")};
     std::optional<ChildProcess> moxeld_;
     bool isInstalled_ = false;
     uint16_t clientID_ = 0;
     size_t seen_ = 0; ///< Calls of handlers that have been looked at.
 };
 
-TEST_F(UinputController, AbsoluteAxesAndButtonsReachTheHandler) {
+TEST_P(UinputController, AbsoluteAxesAndButtonsReachTheHandler) {
     const VirtualController controller(Axes::absolute, 1);
     start({controller.path()});
     ASSERT_TRUE(awaitAdded(firstID));
@@ -199,7 +223,7 @@ TEST_F(UinputController, AbsoluteAxesAndButtonsReachTheHandler) {
 }
 
 /// The kernel passes no relative event of value 0 on, so nothing tells that the cap is back but silence.
-TEST_F(UinputController, RelativeAxesComeToRest) {
+TEST_P(UinputController, RelativeAxesComeToRest) {
     const VirtualController controller(Axes::relative, 1);
     start({controller.path()});
     ASSERT_TRUE(awaitAdded(firstID));
@@ -212,7 +236,7 @@ TEST_F(UinputController, RelativeAxesComeToRest) {
     EXPECT_TRUE(awaitAxis(4, 0));
 }
 
-TEST_F(UinputController, ControllerIsFoundWhenItIsPluggedIn) {
+TEST_P(UinputController, ControllerIsFoundWhenItIsPluggedIn) {
     start({"auto"});
     for (int round = 0; round < 2; ++round) {
         const VirtualController controller(Axes::absolute, 1);
@@ -225,7 +249,7 @@ TEST_F(UinputController, ControllerIsFoundWhenItIsPluggedIn) {
     EXPECT_TRUE(awaitRemoved(firstID));
 }
 
-TEST_F(UinputController, UnpluggingInTheMiddleOfAMovementLetsGo) {
+TEST_P(UinputController, UnpluggingInTheMiddleOfAMovementLetsGo) {
     for (const Axes axes : {Axes::absolute, Axes::relative}) {
         const unsigned type = axes == Axes::absolute ? EV_ABS : EV_REL;
         auto controller = std::make_unique<VirtualController>(axes, 1);
@@ -242,7 +266,7 @@ TEST_F(UinputController, UnpluggingInTheMiddleOfAMovementLetsGo) {
     }
 }
 
-TEST_F(UinputController, TwoControllersActTogether) {
+TEST_P(UinputController, TwoControllersActTogether) {
     const VirtualController left(Axes::absolute, 1);
     auto right = std::make_unique<VirtualController>(Axes::absolute, 2);
     start({left.path(), right->path()});
@@ -258,7 +282,7 @@ TEST_F(UinputController, TwoControllersActTogether) {
 }
 
 /// The kernel keeps few events for a reader that does not read.
-TEST_F(UinputController, EventsThatTheKernelDropsAreMadeUpFor) {
+TEST_P(UinputController, EventsThatTheKernelDropsAreMadeUpFor) {
     const VirtualController controller(Axes::absolute, 1);
     start({controller.path()});
     ASSERT_TRUE(awaitAdded(firstID));
@@ -280,9 +304,38 @@ TEST_F(UinputController, EventsThatTheKernelDropsAreMadeUpFor) {
     EXPECT_TRUE(awaitButtons(0));
 }
 
+TEST_P(UinputController, ToolShowsTheMovement) {
+    const VirtualController controller(Axes::absolute, 1);
+    startDaemon({controller.path()});
+    ChildProcess monitor({tool(), "monitor"});
+    std::string said;
+    const auto awaitLine = [&](const std::string &part) {
+        std::string line;
+        do {
+            line = monitor.readLine();
+            said += line + '\n';
+        } while (!line.empty() && line.find(part) == std::string::npos);
+        return !line.empty();
+    };
+    ASSERT_TRUE(awaitLine("added        device 0x12340001")) << said; // It is registered.
+    controller.report({{EV_ABS, ABS_Y, 123}});
+    EXPECT_TRUE(awaitLine("motion       axes 0 123 0 0 0 0")) << said;
+    controller.report({{EV_ABS, ABS_Y, 0}});
+    EXPECT_TRUE(awaitLine("motion       axes 0 0 0 0 0 0")) << said;
+    monitor.signal(SIGTERM);
+    EXPECT_EQ(monitor.exitStatus(), 0) << monitor.readErrors();
+    std::cout << said; // To be looked at in the machine's log.
+}
+
+INSTANTIATE_TEST_SUITE_P(Bus, UinputController, ::testing::Values("socket", "uhid"),
+                         [](const auto &bus) { return std::string(bus.param); });
+
 /// What the rules for the controllers grant, they grant only after the device has come.
-TEST_F(UinputController, UserAtTheMachineMayUseControllers) {
+TEST(UinputRules, UserAtTheMachineMayUseControllers) {
+    const test::TemporaryFolder folder;
     uid_t user = 0;
+    if (::access("/dev/uinput", R_OK | W_OK) != 0)
+        GTEST_SKIP() << "/dev/uinput: " << std::strerror(errno);
     if (::geteuid() != 0)
         GTEST_SKIP() << "only root can start a daemon for another user";
     if (::access("/run/udev/control", F_OK) != 0)
@@ -293,10 +346,10 @@ TEST_F(UinputController, UserAtTheMachineMayUseControllers) {
         GTEST_SKIP() << "nobody sits at the machine";
     const std::optional<Account> account = accountOf(user);
     ASSERT_TRUE(account.has_value());
-    ASSERT_EQ(::chown(folder().path().c_str(), user, static_cast<gid_t>(-1)), 0);
+    ASSERT_EQ(::chown(folder.path().c_str(), user, static_cast<gid_t>(-1)), 0);
     ChildProcess daemon(
         {"su", "-s", "/bin/sh", account->name, "-c",
-         "exec " + program() + " --verbose --device auto --bus-folder " + folder().path("bus") + " 2>&1"});
+         "exec " + moxeldPath() + " --verbose --device auto --bus-folder " + folder.path("bus") + " 2>&1"});
     std::string said;
     const auto awaitLine = [&](const std::string &part) {
         std::string line;
@@ -311,6 +364,34 @@ TEST_F(UinputController, UserAtTheMachineMayUseControllers) {
         const VirtualController controller(axes, 1);
         EXPECT_TRUE(awaitLine("is device 0x12340001 with 6 axes and 2 buttons")) << said;
     }
+}
+
+/// They have the axes of a controller, but what is typed is read with them, or they are part of something
+/// else.
+TEST(UinputRules, KeyboardAndMotionSensorWithSixAxesStayRoots) {
+    uid_t user = 0;
+    if (::access("/dev/uinput", R_OK | W_OK) != 0)
+        GTEST_SKIP() << "/dev/uinput: " << std::strerror(errno);
+    if (::access("/run/udev/control", F_OK) != 0)
+        GTEST_SKIP() << "udevd does not run";
+    if (::access("/usr/lib/udev/rules.d/70-moxel-input.rules", F_OK) != 0)
+        GTEST_SKIP() << "the rules for controllers are not installed";
+    if (::access("/usr/lib/udev/rules.d/60-input-id.rules", F_OK) != 0)
+        GTEST_SKIP() << "the rules that tell keyboards are not installed";
+    if (::geteuid() != 0 || ::sd_seat_get_active("seat0", nullptr, &user) < 0)
+        GTEST_SKIP() << "needs root, and somebody who sits at the machine";
+    const auto hasEntryOfTheUser = [](const std::string &path) {
+        return ::getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+    };
+    const auto settle = [] { EXPECT_EQ(ChildProcess({"udevadm", "settle"}).exitStatus(), 0); };
+    const VirtualController controller(Axes::absolute, 1);
+    settle();
+    EXPECT_TRUE(hasEntryOfTheUser(controller.path()));
+    const VirtualController keyboard(Axes::absolute, 2, VirtualController::Kind::keyboard);
+    const VirtualController motionSensor(Axes::absolute, 3, VirtualController::Kind::motionSensor);
+    settle();
+    EXPECT_FALSE(hasEntryOfTheUser(keyboard.path()));
+    EXPECT_FALSE(hasEntryOfTheUser(motionSensor.path()));
 }
 
 } // namespace

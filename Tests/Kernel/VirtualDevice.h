@@ -39,6 +39,7 @@ class VirtualDevice {
         std::string name = "Moxel Test Device";
         std::string address = "Moxel/virtual";
         std::string serialNumber = "S1";
+        uint16_t bus = BUS_VIRTUAL;
         uint32_t vendorID = 0x4D58;
         uint32_t productID = 0x0102;
         Bytes descriptor = numberedReports();
@@ -69,7 +70,7 @@ class VirtualDevice {
         std::ranges::copy(description.serialNumber, create.uniq);
         std::ranges::copy(description.descriptor, create.rd_data);
         create.rd_size = static_cast<uint16_t>(description.descriptor.size());
-        create.bus = BUS_VIRTUAL;
+        create.bus = description.bus;
         create.vendor = description.vendorID;
         create.product = description.productID;
         write(event);

@@ -8,6 +8,7 @@
 #include <future>
 #include <memory>
 #include <pthread.h>
+#include <stdexcept>
 #include <thread>
 
 namespace moxel {
@@ -56,6 +57,14 @@ TEST(BlockingCalls, WaitForAnEarlierOneThatIsStillUnderWay) {
     EXPECT_FALSE(ran);
     release.set_value();
     EXPECT_TRUE(calls.make([&ran] { ran = true; }, Clock::now() + 30s).ok());
+    EXPECT_TRUE(ran);
+}
+
+TEST(BlockingCalls, OneThatFailsLeavesItsTurn) {
+    BlockingCalls calls;
+    (void)calls.make([] { throw std::runtime_error("no memory"); }, Clock::now() + 30s);
+    bool ran = false;
+    EXPECT_TRUE(calls.make([&ran] { ran = true; }, Clock::now() + 5s).ok());
     EXPECT_TRUE(ran);
 }
 

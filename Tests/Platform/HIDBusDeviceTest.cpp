@@ -576,8 +576,7 @@ TEST_F(UserSpaceDevice, PublisherWithAFullQueueHoldsUpNobodyAndIsTriedAgain) {
     client_->awaitDevice("busy");
 }
 
-// ------------------------------------------------------------------------------------------ Devices that
-// leave
+// ---------------------------------------------------------------------- Devices that leave
 
 TEST_F(UserSpaceDevice, RequestThatWaitsWhenThePublisherGoesEndsAtOnceWithNoDevice) {
     openDevice();

@@ -231,8 +231,7 @@ TEST_F(HIDBusFolder, LostNewsIsMadeUpForByListingAgain) {
     EXPECT_EQ(client.arrived().size(), 2U);
 }
 
-// ------------------------------------------------------------------------------------------ The folder
-// itself
+// ---------------------------------------------------------------------- The folder itself
 
 TEST_F(HIDBusFolder, MissingFolderIsWaitedFor) {
     fs::remove(bus_);

@@ -79,8 +79,7 @@ TEST_F(HIDManagerTest, ThatWasNeverScheduledReportsNothing) {
     EXPECT_EQ(device.acceptedConnections(), 0);
 }
 
-// ------------------------------------------------------------------------------------------ Arrival and
-// removal
+// ---------------------------------------------------------------------- Arrival and removal
 
 TEST_F(HIDManagerTest, RemovesTheVeryObjectThatArrived) {
     ServingPublisher device(bus_, "device");

@@ -66,13 +66,18 @@ TEST(HidrawProperties, MalformedIdentityIsAnError) {
     EXPECT_FALSE(hidrawProperties("XHID_ID=6:1:2\nHID_ID", descriptor, nullptr).ok());
 }
 
-TEST(HidrawProperties, FirstLineOfAKeyCounts) {
-    const auto properties = hidrawProperties(
-        "HID_ID=0006:00000001:00000002\nHID_NAME=a\nHID_ID=0006:00004D58:00000001\nHID_NAME=b\n", {},
-        nullptr);
-    ASSERT_TRUE(properties.ok());
-    EXPECT_EQ(properties->vendorID, 1);
-    EXPECT_EQ(properties->name, "a");
+TEST(HidrawProperties, TextThatPassesForAnotherLineIsAnError) {
+    for (const char *line :
+         {"HID_ID=0006:00004D58:00000001", "HID_NAME=b", "HID_PHYS=Moxel/x", "HID_UNIQ=2"}) {
+        const std::string name = std::string("HID_NAME=a\n") + line + "\n";
+        EXPECT_FALSE(hidrawProperties("HID_ID=0006:00000001:00000002\n" + name + "HID_PHYS=p\nHID_UNIQ=u\n",
+                                      {}, nullptr)
+                         .ok())
+            << line;
+    }
+    EXPECT_TRUE(
+        hidrawProperties("HID_ID=0006:00000001:00000002\nHID_NAME=a\nMODALIAS=HID_NAME=\n", {}, nullptr)
+            .ok());
 }
 
 TEST(HidrawProperties, NameThatIsNotUTF8IsEscaped) {
