@@ -67,7 +67,8 @@ void CommandSearch::store(const String &key, const Value &find) {
 bool CommandSearch::matches(const Dictionary &action) const {
     const String label = action["label"].asString();
     const std::string lowerCase = lowercase(label.view());
-    logInfo("Search %@ compare to %@", label ? String(lowerCase) : String(), text_);
+    if (logEnabled()) // Asked here, because the arguments cost more than the search.
+        logInfo("Search %@ compare to %@", label ? String(lowerCase) : String(), text_);
     if (!label || !text_)
         return false;
     // Nothing contains the empty text.

@@ -154,8 +154,18 @@ void CFileObserver::stopObservation() {
 }
 
 void CFileObserver::threadFileObserver(const std::shared_ptr<CFileObserver> &observer) {
+    struct Announcement { // Whatever becomes of the thread: observeFolder() waits for it.
+        CFileObserver &observer;
+        ~Announcement() { observer.announceBeginning(); }
+    } const announcement{*observer};
     Thread::current()->setName("Mxl-FileChangeObserver");
     observer->observeIt();
+}
+
+void CFileObserver::announceBeginning() noexcept {
+    const std::lock_guard lock(mutex_);
+    begun_ = true;
+    hasBegun_.notify_all();
 }
 
 void CFileObserver::observeIt() {
@@ -165,17 +175,8 @@ void CFileObserver::observeIt() {
         const std::lock_guard lock(mutex_);
         runloop_ = loop.ok() ? *loop : nullptr;
     }
-    const std::unique_ptr<FileEventStream> stream = [&] {
-        struct Announcement { // Whatever becomes of the stream: observeFolder() waits for it.
-            CFileObserver &observer;
-            ~Announcement() {
-                const std::lock_guard lock(observer.mutex_);
-                observer.begun_ = true;
-                observer.hasBegun_.notify_all();
-            }
-        } const announcement{*this};
-        return startStream(loop);
-    }();
+    const std::unique_ptr<FileEventStream> stream = startStream(loop);
+    announceBeginning();
     while (loop.ok() && !bDone_)
         (*loop)->runOneSource(loopTurn);
 }

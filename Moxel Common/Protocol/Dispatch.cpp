@@ -1,6 +1,7 @@
 // Does what each message of the daemon asks for, and hands the application what is meant for it.
 #include "Helpers/Logging.h"
 #include "Platform/Thread.h"
+#include "Protocol/CallerThreadWatch.h"
 #include "Protocol/Delivery.h"
 #include "Protocol/StateForwarder.h"
 #include "Protocol/WireLayouts.h"
@@ -152,8 +153,10 @@ std::shared_ptr<void> MoxelClientAPI::placeInCallerQueue(size_t bytes) {
     }
     ++forwardedMessages_;
     forwardedBytes_ += bytes;
+    callerThreadWatch_->posted();
     return {this, [client = weak_from_this(), bytes](void *) {
                 if (const std::shared_ptr<MoxelClientAPI> counted = client.lock()) {
+                    counted->callerThreadWatch_->taken();
                     --counted->forwardedMessages_;
                     counted->forwardedBytes_ -= bytes;
                 }
@@ -165,9 +168,11 @@ void MoxelClientAPI::forwardToCallerThread(const Dictionary &message) {
     if (!thread)
         return;
     const size_t bytes = message["arg"].asData().size() + message["data"].asData().size();
-    if (const std::shared_ptr<void> place = placeInCallerQueue(bytes))
-        thread->perform(
-            [client = shared_from_this(), message, place] { client->callerThreadProxy(message); });
+    if (std::shared_ptr<void> place = placeInCallerQueue(bytes))
+        thread->perform([client = shared_from_this(), message, place = std::move(place)]() mutable {
+            place.reset(); // It does not wait any more.
+            client->callerThreadProxy(message);
+        });
 }
 
 } // namespace moxel

@@ -12,6 +12,7 @@
 
 #include <cstring>
 #include <optional>
+#include <utility>
 
 namespace moxel {
 
@@ -174,14 +175,15 @@ void MoxelClientAPI::replyToStoredDataQuery() {
 
 void MoxelClientAPI::registerAgain() {
     stateForwarder_->keepOrder();
-    const std::shared_ptr<void> place = placeInCallerQueue(0);
+    std::shared_ptr<void> place = placeInCallerQueue(0);
     if (!place)
         return;
-    const auto again = [self = weak_from_this(), place] {
+    auto again = [self = weak_from_this(), place = std::move(place)]() mutable {
+        place.reset(); // It does not wait any more.
         if (const std::shared_ptr<MoxelClientAPI> client = self.lock())
             client->registerAgainOnCallerThread();
     };
-    MxlBlockUtil::performBlock(again, callerThread(), 0, false);
+    MxlBlockUtil::performBlock(std::move(again), callerThread(), 0, false);
 }
 
 void MoxelClientAPI::registerAgainOnCallerThread() {

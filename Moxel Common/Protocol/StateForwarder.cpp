@@ -3,6 +3,7 @@
 #include "Helpers/Logging.h"
 #include "Platform/Thread.h"
 #include "Platform/WorkItem.h"
+#include "Protocol/CallerThreadWatch.h"
 #include <Moxel/MoxelClientAPI.h>
 
 #include <thread>
@@ -43,6 +44,7 @@ class StateForwarder::Item final : public WorkItem {
 
     void run() override {
         const std::shared_ptr<MoxelClientAPI> client = claim();
+        client->callerThreadWatch_->taken();
         const uint32_t productID = productID_;
         MoxelStateRecord record = record_;
         forwarder_.giveBack(*this); // First, so that a handler that never returns does not keep the item.
@@ -51,6 +53,7 @@ class StateForwarder::Item final : public WorkItem {
 
     void discard() noexcept override {
         const std::shared_ptr<MoxelClientAPI> client = claim();
+        client->callerThreadWatch_->taken();
         --client->outstandingStateCallbacks_;
         forwarder_.giveBack(*this);
     }
@@ -82,16 +85,13 @@ StateForwarder::StateForwarder(MoxelClientAPI &client) : client_(client) {}
 StateForwarder::~StateForwarder() = default; // No item is under way: each holds the client while it is.
 
 void StateForwarder::forward(Thread &callerThread, uint32_t productID, const MoxelStateRecord &record) {
-    ++client_.outstandingStateCallbacks_;
-    if (newestMotion_ && newestMotion_->replace(productID, record)) {
-        --client_.outstandingStateCallbacks_; // The overwritten one has been dropped.
+    if (newestMotion_ && newestMotion_->replace(productID, record)) { // The overwritten one has been dropped.
         if (!isDroppable(record))
             newestMotion_ = nullptr;
         return;
     }
     Item *item = takeItem();
     if (!item) {
-        --client_.outstandingStateCallbacks_;
         if (!std::exchange(limitReported_, true))
             logError("Error: state records are dropped because %lu wait for a thread that does not run its "
                      "run loop",
@@ -99,8 +99,10 @@ void StateForwarder::forward(Thread &callerThread, uint32_t productID, const Mox
         return;
     }
     limitReported_ = false;
+    ++client_.outstandingStateCallbacks_; // Once nothing can fail any more.
     item->fill(client_.shared_from_this(), productID, record);
     newestMotion_ = isDroppable(record) ? item : nullptr;
+    client_.callerThreadWatch_->posted();
     callerThread.post(*item);
 }
 

@@ -1,4 +1,5 @@
 // The client thread: a run loop of its own that hosts the HID manager and receives all reports.
+#include "ExportedCall.h"
 #include "Helpers/Condition.h"
 #include "Helpers/Logging.h"
 #include "Platform/HIDManager.h"
@@ -7,6 +8,8 @@
 #include "Session/ChannelCallbacks.h"
 #include "Session/KeepAlive.h"
 #include <Moxel/MoxelClientAPI.h>
+
+#include <utility>
 
 namespace moxel {
 
@@ -30,12 +33,14 @@ bool MoxelClientAPI::startClientThread() {
 }
 
 void MoxelClientAPI::clientThreadEntry() {
+    struct CleanUp {
+        MoxelClientAPI &client;
+        ~CleanUp() { client.cleanUpAfterClientThread(); }
+    };
+    const CleanUp cleanUp{*this}; // Also when memory runs out below.
     const Result<std::shared_ptr<RunLoop>> loop = RunLoop::current();
     if (!loop.ok()) {
         logError("Error: %@", loop.error().message);
-        const std::lock_guard lock(threadMutex_);
-        clientThreadEnded_ = true;
-        threadEnded_.notify_all();
         return;
     }
     {
@@ -44,11 +49,6 @@ void MoxelClientAPI::clientThreadEntry() {
         if (stopRequested_) // Asked to stop before it came here.
             (*loop)->stop();
     }
-    struct CleanUp {
-        MoxelClientAPI &client;
-        ~CleanUp() { client.cleanUpAfterClientThread(); }
-    };
-    const CleanUp cleanUp{*this}; // Also when memory runs out below.
     (*loop)->keepAlive(keepAliveInterval, RunLoopSourceTimerHandler);
 
     hidManager_ = HIDManager::create();
@@ -75,15 +75,34 @@ void MoxelClientAPI::cleanUpAfterClientThread() {
     deviceAddedHandler_ = nullptr;
     deviceRemovedHandler_ = nullptr;
     if (hidManager_) {
-        hidManager_->unscheduleFromRunLoop();
-        if (const HIDStatus status = hidManager_->close(); status != HIDStatus::success)
-            logError("Error: the HID manager closed with %x", static_cast<uint32_t>(status));
+        exportedCall("closing the HID manager", [this] { // Runs in a destructor, where nothing may be thrown.
+            hidManager_->unscheduleFromRunLoop();
+            if (const HIDStatus status = hidManager_->close(); status != HIDStatus::success)
+                logError("Error: the HID manager closed with %x", static_cast<uint32_t>(status));
+        });
         hidManager_.reset();
     }
     const std::lock_guard lock(threadMutex_);
     threadRunLoop_.reset();
     clientThreadEnded_ = true;
     threadEnded_.notify_all();
+}
+
+bool MoxelClientAPI::performOnClientThread(std::chrono::duration<double> delay,
+                                           std::function<void()> callback) {
+    const auto performHere = [](std::chrono::duration<double> after, std::function<void()> call) {
+        const Result<std::shared_ptr<RunLoop>> loop = RunLoop::current();
+        return loop.ok() && (*loop)->performAfterDelay(after, std::move(call)).ok();
+    };
+    std::shared_ptr<Thread> thread;
+    {
+        const std::lock_guard lock(threadMutex_);
+        thread = clientThread_;
+    }
+    if (!thread || thread->isCurrent()) // The thread may be there before it is known here.
+        return performHere(delay, std::move(callback));
+    return thread->perform(
+        [performHere, delay, callback = std::move(callback)] { (void)performHere(delay, callback); });
 }
 
 bool MoxelClientAPI::stopClientThread() {

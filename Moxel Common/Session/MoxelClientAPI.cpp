@@ -8,6 +8,7 @@
 #include "Platform/NotificationCenter.h"
 #include "Platform/RunLoop.h"
 #include "Platform/Thread.h"
+#include "Protocol/CallerThreadWatch.h"
 #include "Protocol/StateForwarder.h"
 #include "Session/ClientRegistry.h"
 #include "Session/ClientSubscriptions.h"
@@ -52,6 +53,11 @@ std::shared_ptr<MoxelClientAPI> MoxelClientAPI::create(MoxelMessageHandlerProc m
                                                        MoxelRemovedHandlerProc removedHandler,
                                                        bool threaded) {
     std::shared_ptr<MoxelClientAPI> client(new MoxelClientAPI());
+    client->callerThreadWatch_ = std::make_shared<CallerThreadWatch>(
+        [self = std::weak_ptr(client)](RunLoop::Seconds delay, RunLoop::Callback call) {
+            const std::shared_ptr<MoxelClientAPI> watched = self.lock();
+            return watched && watched->performOnClientThread(delay, std::move(call));
+        });
     client->observerSettingsFile_ = CFileObserver::init();
     client->channelID_ = makeChannelIdentifier();
     client->m_uUserID_ = MoxelGetSessionUserID();

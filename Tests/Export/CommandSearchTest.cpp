@@ -1,16 +1,35 @@
 // The search for actions by their labels.
 #include "Export/ExportFile.h"
 #include "Support/CapturedLog.h"
+#include "Support/ChildProcess.h"
 #include "Support/DeepValue.h"
 #include "Support/PlistStore.h"
 #include "Support/PropertyLists.h"
+#include "Support/Sanitizers.h"
 
 #include <Moxel/MxlPlistDictionaries.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <new>
 #include <string>
+
+#if !MOXEL_UNDER_SANITIZERS
+namespace {
+thread_local size_t searchAllocations = 0;
+} // namespace
+
+void *operator new(std::size_t size) {
+    ++searchAllocations;
+    if (void *memory = std::malloc(size == 0 ? 1 : size))
+        return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void *memory) noexcept { std::free(memory); }
+void operator delete(void *memory, std::size_t) noexcept { std::free(memory); }
+#endif
 
 namespace moxel {
 namespace {
@@ -106,6 +125,22 @@ TEST_F(CommandSearching, EachActionIsLogged) {
     EXPECT_THAT(log_.lines(), ElementsAre("Search open compare to p", "Search copy compare to p",
                                           "Search paste compare to p", "Search close compare to p"));
 }
+
+#if !MOXEL_UNDER_SANITIZERS
+const test::ChildProgram searchWithoutLog("searchWithoutLog", [] {
+    constexpr size_t count = 1000;
+    test::PlistStore store;
+    uint16_t finds = 0;
+    MutableDictionary many = MutableDictionary::withCapacity(count);
+    for (size_t number = 0; number < count; ++number)
+        many.set(String("action " + std::to_string(number)), action("Save"));
+    const size_t before = searchAllocations;
+    EXPECT_FALSE(store->dictionaryForSearchStringFromDict("open", many, false, false, &finds));
+    EXPECT_LT(searchAllocations - before, count * 3 / 2); // One for each action; a text would be another.
+});
+
+TEST(CommandSearchWithoutLog, MakesNoTextForEachAction) { searchWithoutLog.run({{"MOXEL_LOG", "off"}}); }
+#endif
 
 TEST_F(CommandSearching, FindsAreTheEntriesThemselves) {
     auto open = action("Open").mutableCopy();

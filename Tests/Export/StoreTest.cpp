@@ -235,8 +235,7 @@ TEST_F(Store, LinksAreFollowedOnlyOutsideTheExportFolder) {
     EXPECT_FALSE(mxMutableDictWithContentsOfFile(store_.base("link.plist")));
 }
 
-// ---------------------------------------------------------------------------------------------- Export
-// folders
+// ---------------------------------------------------------------------- Export folders
 
 TEST_F(Store, ExportFolderIsNamedAfterIdentifierAndName) {
     const String folder = store_->exportedCommandsDirPath(true, "org.example.Viewer", "Viewer 3D");

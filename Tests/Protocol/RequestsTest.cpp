@@ -180,6 +180,19 @@ TEST_F(Requests, OtherSignalsDoNotEndTheWait) {
     daemon.join();
 }
 
+TEST_F(Requests, RemovalOfTheirChannelWakesTheWaitAndDoesNotEndIt) {
+    std::thread daemon;
+    dedicated->onSetReport = [&](const test::SentReport &report) {
+        if (report.reportID == 0x46)
+            daemon = std::thread([this] { client->channelDisconnected(dedicated, nullptr); });
+    };
+    const auto start = Clock::now();
+    EXPECT_FALSE(send(request, dedicated, true));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(2000));
+    EXPECT_FALSE(client->m_refHIDChannelDedicated());
+    daemon.join();
+}
+
 TEST_F(Requests, AcknowledgementOfThePacketsIs18BytesOnTheDedicatedChannel) {
     client->setM_bClientRegistered(true);
     EXPECT_TRUE(client->sendPacketACKToDaemon());

@@ -15,11 +15,14 @@
 
 namespace {
 thread_local size_t allocations = 0;
+thread_local bool isOutOfMemory = false;
 } // namespace
 
 #if !MOXEL_UNDER_THREAD_SANITIZER
 void *operator new(std::size_t size) {
     ++allocations;
+    if (isOutOfMemory)
+        throw std::bad_alloc();
     if (void *memory = std::malloc(size == 0 ? 1 : size))
         return memory;
     throw std::bad_alloc();
@@ -203,6 +206,15 @@ TEST_F(Forwarding, AllocatesNothingOnceThePoolIsFilled) {
         EXPECT_EQ(allocations, before);
         dispatchAll();
     }
+}
+
+TEST_F(Forwarding, RecordForWhichThereIsNoMemoryDoesNotCountAsWaiting) {
+    if (MOXEL_UNDER_THREAD_SANITIZER)
+        GTEST_SKIP() << "the sanitizer allocates in its own way";
+    isOutOfMemory = true;
+    EXPECT_THROW(forward(10, 1), std::bad_alloc);
+    isOutOfMemory = false;
+    EXPECT_EQ(client->outstandingStateCallbacks(), 0);
 }
 
 } // namespace

@@ -408,5 +408,20 @@ TEST_F(ForeignLoop, ATraceOfTheDaemonReachesTheHandlers) {
     EXPECT_EQ(buttons.buttons, 1U);
 }
 
+using NeglectedRunLoop = test::LiveDaemonTest;
+
+TEST_F(NeglectedRunLoop, IsToldInTheLogAndDeliversWhenItRunsAgain) {
+    test::CapturedLog log;
+    startDaemon();
+    const uint16_t clientID = beginSession();
+    MoxelStateRecord record{};
+    record.command = 10;
+    ASSERT_EQ(moxeld->sendState(clientID, record), 1U);
+    EXPECT_TRUE(
+        log.waitFor("messages have waited for more than 2 s for a thread that does not run its run loop"));
+    EXPECT_TRUE(Recorder::instance().calls().empty());
+    EXPECT_TRUE(Recorder::instance().dispatchUntil(1));
+}
+
 } // namespace
 } // namespace moxel

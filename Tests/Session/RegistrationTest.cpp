@@ -528,8 +528,7 @@ TEST(UnregisterConnection, CountsItsCallsInEightBits) {
         ASSERT_EQ(counts[i], (counts[i - 1] + 1) % 256);
 }
 
-// ------------------------------------------------------------------------------------------ Bundle
-// identifier
+// ---------------------------------------------------------------------- Bundle identifier
 
 class ApplicationBundle : public ::testing::Test {
   protected:
