@@ -19,6 +19,7 @@ class MOXEL_EXPORT Array {
     Array(std::nullptr_t) noexcept {}
     /// Beware: Array{} is null, and compilers disagree whether Array{array} copies or nests. See of().
     Array(std::initializer_list<Value> values);
+    /// An array of these values.
     explicit Array(std::vector<Value> values);
     /// An array of exactly these values: of none, an empty one; of another array, one that holds it.
     template <std::convertible_to<Value>... Values>
@@ -32,6 +33,7 @@ class MOXEL_EXPORT Array {
     [[nodiscard]] bool empty() const noexcept { return values().empty(); }
     /// The null value beyond the end.
     [[nodiscard]] const Value &operator[](size_t index) const noexcept;
+    /// The elements; valid until the array changes.
     [[nodiscard]] std::span<const Value> values() const noexcept;
     [[nodiscard]] auto begin() const noexcept { return values().begin(); }
     [[nodiscard]] auto end() const noexcept { return values().end(); }
@@ -43,6 +45,7 @@ class MOXEL_EXPORT Array {
 
     friend bool operator==(const Array &a, const Array &b) noexcept { return Value(a) == Value(b); }
 
+    /// The shared storage, for identity.
     [[nodiscard]] detail::Node *node() const noexcept { return node_.get(); }
 
   protected:
@@ -58,8 +61,11 @@ class MOXEL_EXPORT MutableArray : public Array {
     MutableArray() noexcept = default;
     [[nodiscard]] static MutableArray withCapacity(size_t capacity);
 
+    /// Adds a value behind the last one.
     void append(Value value);
+    /// Replaces a value; beyond the end nothing happens.
     void set(size_t index, Value value);
+    /// Takes a value out; beyond the end nothing happens.
     void remove(size_t index);
     void clear();
 

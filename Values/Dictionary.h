@@ -16,15 +16,17 @@ namespace moxel {
 /// mutable.
 class MOXEL_EXPORT Dictionary {
   public:
+    /// A key and what stands under it.
     struct Entry {
-        String key;
-        Value value;
+        String key;  ///< Not null.
+        Value value; ///< May be the null value.
     };
 
     Dictionary() noexcept = default;
     Dictionary(std::nullptr_t) noexcept {}
     /// A later entry replaces an earlier one of the same key.
     Dictionary(std::initializer_list<Entry> entries);
+    /// A later entry replaces an earlier one of the same key.
     explicit Dictionary(std::vector<Entry> entries);
 
     explicit operator bool() const noexcept { return static_cast<bool>(node_); }
@@ -33,6 +35,7 @@ class MOXEL_EXPORT Dictionary {
     [[nodiscard]] bool empty() const noexcept { return entries().empty(); }
     /// The value under a key; the null value when there is none.
     [[nodiscard]] const Value &operator[](std::string_view key) const noexcept;
+    /// Whether something stands under a key, if only the null value.
     [[nodiscard]] bool contains(std::string_view key) const noexcept;
     /// Valid until the dictionary changes.
     [[nodiscard]] std::span<const Entry> entries() const noexcept;
@@ -46,6 +49,7 @@ class MOXEL_EXPORT Dictionary {
 
     friend bool operator==(const Dictionary &a, const Dictionary &b) noexcept { return Value(a) == Value(b); }
 
+    /// The shared storage, for identity.
     [[nodiscard]] detail::Node *node() const noexcept { return node_.get(); }
 
   protected:
@@ -63,7 +67,9 @@ class MOXEL_EXPORT MutableDictionary : public Dictionary {
 
     /// Stores a value, the null value included, replacing what stood under the key. Keys are never null.
     void set(String key, Value value);
+    /// Takes an entry out, if there is one.
     void remove(std::string_view key);
+    /// Stores all entries of another dictionary.
     void addEntries(const Dictionary &other);
     void clear();
 

@@ -16,27 +16,42 @@ namespace moxel {
 /// One argument of format().
 class MOXEL_EXPORT FormatArgument {
   public:
+    /// Which kinds of argument there are.
     enum class Type : uint8_t { integer, real, text, pointer, value };
 
+    /// An integer.
     template <std::integral I>
     FormatArgument(I integer) noexcept
         : type_(Type::integer), content_{.integer = static_cast<uint64_t>(static_cast<int64_t>(integer))} {}
+    /// A real number.
     template <std::floating_point F>
     FormatArgument(F real) noexcept : type_(Type::real), content_{.real = static_cast<double>(real)} {}
+    /// Text; "(null)" for null.
     FormatArgument(const char *text) noexcept
         : type_(Type::text), text_(text ? std::string_view(text) : "(null)") {}
+    /// Text.
     FormatArgument(std::string_view text) noexcept : type_(Type::text), text_(text) {}
+    /// Text.
     FormatArgument(const std::string &text) noexcept : type_(Type::text), text_(text) {}
     FormatArgument(std::nullptr_t) noexcept : type_(Type::pointer) {}
+    /// An address.
     FormatArgument(const void *pointer) noexcept : type_(Type::pointer), content_{.pointer = pointer} {}
+    /// A value, for "%@".
     FormatArgument(const Value &value) noexcept : type_(Type::value), value_(value) {}
+    /// A text, for "%@".
     FormatArgument(const String &value) noexcept : type_(Type::value), value_(value) {}
 
+    /// Which of the accessors below holds.
     [[nodiscard]] Type type() const noexcept { return type_; }
+    /// An integer's bits.
     [[nodiscard]] uint64_t integer() const noexcept { return content_.integer; }
+    /// A real number.
     [[nodiscard]] double real() const noexcept { return content_.real; }
+    /// An address.
     [[nodiscard]] const void *pointer() const noexcept { return content_.pointer; }
+    /// A text.
     [[nodiscard]] std::string_view text() const noexcept { return text_; }
+    /// A value.
     [[nodiscard]] const Value &value() const noexcept { return value_; }
 
   private:
@@ -171,12 +186,14 @@ void formatDoesNotFitItsArguments();
 template <class... Arguments>
 class FormatString {
   public:
+    /// Does not compile when the text does not fit the arguments.
     template <std::convertible_to<const char *> T>
     consteval FormatString(const T &text) : text_(text) {
         const FormatArgument::Type types[] = {detail::formatTypeOf<Arguments>..., {}};
         if (!detail::formatFits(text_, std::span(types, sizeof...(Arguments))))
             detail::formatDoesNotFitItsArguments();
     }
+    /// The text itself.
     [[nodiscard]] constexpr std::string_view text() const { return text_; }
 
   private:

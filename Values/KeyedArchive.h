@@ -28,11 +28,13 @@ class MOXEL_EXPORT KeyedEncoder {
         members_.push_back({key, container, true});
     }
 
+    /// One member, as it was given.
     struct Member {
-        String key;
-        Value value;
-        bool isInline;
+        String key;    ///< Its key.
+        Value value;   ///< What is archived.
+        bool isInline; ///< Whether it stands in the record itself.
     };
+    /// What has been given so far.
     [[nodiscard]] std::span<const Member> members() const noexcept { return members_; }
 
   private:
@@ -42,11 +44,14 @@ class MOXEL_EXPORT KeyedEncoder {
 /// The decoded members of one record.
 class MOXEL_EXPORT KeyedDecoder {
   public:
+    /// Decodes what is given.
     explicit KeyedDecoder(Dictionary members) : members_(std::move(members)) {}
 
+    /// Whether there is such a member, if only a null object.
     [[nodiscard]] bool contains(std::string_view key) const { return members_.contains(key); }
     /// Null for a key that is absent or holds a null object.
     [[nodiscard]] const Value &decode(std::string_view key) const { return members_[key]; }
+    /// All members under their keys.
     [[nodiscard]] const Dictionary &members() const noexcept { return members_; }
 
   private:
@@ -62,7 +67,7 @@ MOXEL_EXPORT void registerArchiveClass(const std::string &name, ArchiveFactory f
 
 /// What an archive says about the class of its records.
 struct ArchivedClass {
-    std::string name;
+    std::string name;               ///< The class's own name.
     std::vector<std::string> chain; ///< The class itself first; empty when the archive does not name it.
 
     friend bool operator==(const ArchivedClass &, const ArchivedClass &) = default;
@@ -71,6 +76,7 @@ struct ArchivedClass {
 /// A record of a class that nobody registered: keeps its name, its chain and its members.
 class MOXEL_EXPORT GenericObject final : public Object {
   public:
+    /// A record of a class, its ancestors and its members.
     GenericObject(std::string className, std::vector<std::string> chain, const Dictionary &members);
     /// One class for many records. `isInline` tells for each member, in their order, whether it stands inline
     /// in the record.
@@ -79,7 +85,9 @@ class MOXEL_EXPORT GenericObject final : public Object {
 
     [[nodiscard]] std::string className() const override { return class_->name; }
     [[nodiscard]] std::vector<std::string> classChain() const override { return class_->chain; }
+    /// What the archive says of the class.
     [[nodiscard]] const ArchivedClass &archivedClass() const noexcept { return *class_; }
+    /// The members under their keys.
     [[nodiscard]] const Dictionary &members() const noexcept { return members_; }
     void encodeWithCoder(KeyedEncoder &encoder) const override;
     [[nodiscard]] std::string description() const override;

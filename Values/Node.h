@@ -86,9 +86,11 @@ class Ref {
             node_->retain();
     }
     Ref(Ref &&other) noexcept : node_(std::exchange(other.node_, nullptr)) {}
+    /// Refers to the same.
     template <class M>
     requires std::is_convertible_v<M *, N *> Ref(const Ref<M> &other)
     noexcept : Ref(share(other.get())) {}
+    /// Takes over what the other one refers to.
     template <class M>
     requires std::is_convertible_v<M *, N *> Ref(Ref<M> &&other)
     noexcept : Ref(adopt(other.leak())) {}
@@ -101,8 +103,11 @@ class Ref {
         return *this;
     }
 
+    /// The node; null when there is none.
     [[nodiscard]] N *get() const noexcept { return node_; }
+    /// Only when there is a node.
     N *operator->() const noexcept { return node_; }
+    /// Only when there is a node.
     N &operator*() const noexcept { return *node_; }
     explicit operator bool() const noexcept { return node_ != nullptr; }
     /// Gives the reference away without releasing it.

@@ -10,14 +10,16 @@
 
 namespace moxel {
 
+/// The forms of a property list.
 enum class PropertyListFormat { binary, xml, openStep };
 
 /// Whether the containers of a list that is read can be changed in place.
 enum class Mutability : bool { immutable, mutableContainers };
 
+/// A list that was read.
 struct PropertyList {
-    Value root;
-    PropertyListFormat format;
+    Value root;                ///< Its value.
+    PropertyListFormat format; ///< The form that it had.
 };
 
 /// Reads a property list of any form, told apart by its first bytes. Total: any bytes give a value or an

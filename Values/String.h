@@ -19,7 +19,9 @@ class MOXEL_EXPORT String {
     String(std::nullptr_t) noexcept {}
     /// From UTF-8; every ill-formed sequence becomes U+FFFD. A null pointer gives null.
     String(const char *utf8);
+    /// From UTF-8; every ill-formed sequence becomes U+FFFD.
     String(std::string_view utf8);
+    /// From UTF-8; every ill-formed sequence becomes U+FFFD.
     String(const std::string &utf8) : String(std::string_view(utf8)) {}
 
     /// From UTF-8; null when it is ill-formed.
@@ -31,11 +33,14 @@ class MOXEL_EXPORT String {
 
     /// The text's bytes, followed by a zero byte that does not count; empty for null.
     [[nodiscard]] std::string_view view() const noexcept;
+    /// The text's bytes.
     [[nodiscard]] std::string string() const { return std::string(view()); }
+    /// The text's bytes with a zero behind them; empty for null.
     [[nodiscard]] const char *c_str() const noexcept;
 
     /// Length in UTF-16 code units.
     [[nodiscard]] size_t length() const noexcept;
+    /// The text in UTF-16 code units.
     [[nodiscard]] std::u16string utf16() const;
     /// False when a surrogate stands alone, so that strict UTF-8 cannot express the text.
     [[nodiscard]] bool isWellFormed() const noexcept;

@@ -26,7 +26,7 @@ struct Date {
 
 /// Index into the object table of a keyed archive.
 struct UID {
-    uint64_t index = 0;
+    uint64_t index = 0; ///< Place in the table, from 0.
     friend bool operator==(const UID &, const UID &) = default;
 };
 
@@ -37,25 +37,38 @@ class MOXEL_EXPORT Value {
   public:
     constexpr Value() noexcept : kind_(Kind::null), content_{.integer = 0} {}
     Value(std::nullptr_t) noexcept : Value() {}
+    /// A boolean.
     template <std::same_as<bool> B>
     Value(B boolean) noexcept : kind_(Kind::boolean), content_{.integer = boolean} {}
+    /// A signed integer.
     template <std::signed_integral I>
     Value(I integer) noexcept : kind_(Kind::integer), content_{.integer = integer} {}
+    /// An unsigned integer.
     template <std::unsigned_integral U>
     requires(!std::same_as<U, bool>) Value(U integer)
     noexcept : kind_(Kind::unsignedInteger), content_{.unsignedInteger = integer} {}
+    /// A real number.
     template <std::floating_point F>
     Value(F real) noexcept : kind_(Kind::real), content_{.real = static_cast<double>(real)} {}
+    /// A point in time.
     Value(Date date) noexcept : kind_(Kind::date), content_{.real = date.secondsSince2001} {}
+    /// An index into an archive.
     Value(UID uid) noexcept : kind_(Kind::uid), content_{.unsignedInteger = uid.index} {}
     /// Null handles give the null value.
     Value(String string) noexcept;
+    /// Text from UTF-8.
     Value(const char *utf8) : Value(String(utf8)) {}
+    /// Text from UTF-8.
     Value(std::string_view utf8) : Value(String(utf8)) {}
+    /// Text from UTF-8.
     Value(const std::string &utf8) : Value(String(utf8)) {}
+    /// Bytes; null gives the null value.
     Value(Data data) noexcept;
+    /// An array; null gives the null value.
     Value(Array array) noexcept;
+    /// A dictionary; null gives the null value.
     Value(Dictionary dictionary) noexcept;
+    /// A record; null gives the null value.
     template <std::derived_from<Object> O>
     Value(Ref<O> object) noexcept : Value(static_cast<Object *>(object.leak())) {}
 
@@ -77,7 +90,9 @@ class MOXEL_EXPORT Value {
         return *this;
     }
 
+    /// What kind of value this is.
     [[nodiscard]] Kind kind() const noexcept { return kind_; }
+    /// Whether this is the null value.
     [[nodiscard]] bool isNull() const noexcept { return kind_ == Kind::null; }
     explicit operator bool() const noexcept { return !isNull(); }
     /// Boolean, integer or real.
@@ -85,24 +100,39 @@ class MOXEL_EXPORT Value {
 
     // Numbers of every kind, converted as C converts them (integers wrap; reals are cut towards zero and
     // saturate, not-a-number is 0). Anything that is not a number gives 0.
+    /// Whether the number is not 0.
     [[nodiscard]] bool boolValue() const noexcept;
+    /// The number as a signed integer.
     [[nodiscard]] int64_t int64Value() const noexcept;
+    /// int64Value(), as C converts it.
     [[nodiscard]] uint64_t uint64Value() const noexcept { return static_cast<uint64_t>(int64Value()); }
+    /// int64Value(), as C converts it.
     [[nodiscard]] int32_t int32Value() const noexcept { return static_cast<int32_t>(int64Value()); }
+    /// int64Value(), as C converts it.
     [[nodiscard]] uint32_t uint32Value() const noexcept { return static_cast<uint32_t>(int64Value()); }
+    /// int64Value(), as C converts it.
     [[nodiscard]] uint16_t uint16Value() const noexcept { return static_cast<uint16_t>(int64Value()); }
+    /// int64Value(), as C converts it.
     [[nodiscard]] uint8_t uint8Value() const noexcept { return static_cast<uint8_t>(int64Value()); }
+    /// The number as a real one.
     [[nodiscard]] double doubleValue() const noexcept;
 
     // The content when the value is of that kind, else null (or the default).
+    /// The text, else null.
     [[nodiscard]] String asString() const noexcept;
+    /// The bytes, else null.
     [[nodiscard]] Data asData() const noexcept;
+    /// The point in time, else that of 0.
     [[nodiscard]] Date asDate() const noexcept { return {kind_ == Kind::date ? content_.real : 0}; }
+    /// The index, else 0.
     [[nodiscard]] UID asUID() const noexcept { return {kind_ == Kind::uid ? content_.unsignedInteger : 0}; }
+    /// The array, else null.
     [[nodiscard]] Array asArray() const noexcept;
+    /// The dictionary, else null.
     [[nodiscard]] Dictionary asDictionary() const noexcept;
     /// Null when the container is immutable.
     [[nodiscard]] MutableArray asMutableArray() const noexcept;
+    /// The same with dictionaries.
     [[nodiscard]] MutableDictionary asMutableDictionary() const noexcept;
     /// The record when it is one of class O, else null.
     template <std::derived_from<Object> O = Object>

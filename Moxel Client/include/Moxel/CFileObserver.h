@@ -49,6 +49,7 @@ class MOXEL_EXPORT CFileObserver : public std::enable_shared_from_this<CFileObse
     /// The watched file's name; null when a folder is watched.
     [[nodiscard]] String m_fileName() const;
     void setM_fileName(const String &name);
+    /// The watched folder's path.
     [[nodiscard]] String m_folderName() const;
     void setM_folderName(const String &name);
 
@@ -70,6 +71,7 @@ class MOXEL_EXPORT CFileObserver : public std::enable_shared_from_this<CFileObse
 
     CFileObserver() = default;
     std::unique_ptr<FileEventStream> startStream(const Result<std::shared_ptr<RunLoop>> &loop);
+    MOXEL_HIDDEN void announceBeginning() noexcept;
     static void threadFileObserver(const std::shared_ptr<CFileObserver> &observer);
     /// True when the event concerns the watched file, or when a folder is watched.
     [[nodiscard]] bool isWatched(std::string_view path) const;

@@ -25,6 +25,7 @@ class MOXEL_EXPORT CFileObserverInfo final : public NotificationObject {
     [[nodiscard]] String folderName() const;
     void setFolderName(const String &name);
 
+    /// A line with reason and names, for logs.
     [[nodiscard]] std::string description() const override;
 
   private:

@@ -15,6 +15,7 @@ class MOXEL_EXPORT HIDUtility {
   public:
     HIDUtility() = delete;
 
+    /// Bytes of a class name, the zero at its end included.
     static constexpr size_t classNameRoom = 128;
 
     /// +[HIDUtility getClassName:fromDevice:]

@@ -10,8 +10,8 @@
 #define MOXEL_HIDDEN __attribute__((visibility("hidden")))
 
 #ifdef __cplusplus
-#define MOXEL_BEGIN_DECLS extern "C" {
-#define MOXEL_END_DECLS }
+#define MOXEL_BEGIN_DECLS extern "C" { ///< Begins declarations with C linkage.
+#define MOXEL_END_DECLS }              ///< Ends declarations with C linkage.
 
 namespace moxel {
 class Data;
@@ -21,12 +21,12 @@ class HIDDevice;
 class String;
 } // namespace moxel
 
-/// Borrowed references to objects of the class library; opaque in C.
-using MoxelStringRef = const moxel::String *;
-using MoxelDataRef = const moxel::Data *;
-using MoxelDictionaryRef = const moxel::Dictionary *;
-using MoxelHIDDeviceRef = moxel::HIDDevice *;
-using MoxelFileEventStreamRef = moxel::FileEventStream *;
+// Borrowed references to objects of the class library; opaque in C.
+using MoxelStringRef = const moxel::String *;             ///< A borrowed text.
+using MoxelDataRef = const moxel::Data *;                 ///< Borrowed bytes; see MoxelDataGetBytePtr().
+using MoxelDictionaryRef = const moxel::Dictionary *;     ///< A borrowed dictionary.
+using MoxelHIDDeviceRef = moxel::HIDDevice *;             ///< A borrowed HID device.
+using MoxelFileEventStreamRef = moxel::FileEventStream *; ///< A borrowed stream of file events.
 #else
 #define MOXEL_BEGIN_DECLS
 #define MOXEL_END_DECLS

@@ -1,8 +1,9 @@
 // The plain functions, records and constants of the Moxel client library, for C11 and C++20.
 //
-// An application calls, all on one thread: SetMoxelHandlers, RegisterMoxelClient, any number of the other
-// calls, UnregisterMoxelClient, CleanupMoxelHandlers. Events reach the handlers on that same thread while it
-// runs its run loop (see MoxelRunLoop.h), or, when asked for, on a thread of the library's own.
+// An application calls SetMoxelHandlers, RegisterMoxelClient, any number of the other calls,
+// UnregisterMoxelClient, CleanupMoxelHandlers. Installation, registration and cleanup belong on one thread.
+// Events reach the handlers on that same thread while it runs its run loop (see MoxelRunLoop.h), or, when
+// asked for, on a thread of the library's own.
 #ifndef MOXEL_MOXELCLIENT_H
 #define MOXEL_MOXELCLIENT_H
 
@@ -19,7 +20,7 @@ MOXEL_BEGIN_DECLS
 
 /// Results of the exported functions. MoxelClientSendMessage alone reports failure as 1.
 enum {
-    kMoxelResultOK = 0,
+    kMoxelResultOK = 0, ///< Success.
     /// No client with that identifier, a missing pointer, a request that could not be sent, or data that is
     /// absent or belongs to another device.
     kMoxelResultFailed = -1,
@@ -39,6 +40,21 @@ enum {
     kMoxelMsgPairingInfo = 0x6D76506F, ///< 'mvPo': threaded: a MoxelDataRef; forwarded: pointer to its bytes,
                                        ///< a length (u64, little-endian) and a keyed archive of that length.
     kMoxelMsgSettingsFileChanged = 0x6D764E43, ///< 'mvNC': pointer to a MoxelSettingsChange.
+};
+
+/// What a MoxelStateRecord reports. A driver may send other commands too; they come whatever the mask.
+enum {
+    kMoxelStateButtons = 2,           ///< Buttons were pressed or released; `buttons` tells which are down.
+    kMoxelStateMotion = 3,            ///< The cap moved; `axis` tells where it is.
+    kMoxelStateApplicationEvent = 10, ///< A button that stands for an exported action; see Export below.
+    kMoxelStateDeviceAction = 11,     ///< An action of the device itself.
+};
+
+/// Bits of the mask of events wanted.
+enum {
+    kMoxelWantsMotion = 1,      ///< kMoxelStateMotion.
+    kMoxelWantsButtons = 2,     ///< kMoxelStateButtons.
+    kMoxelWantsApplication = 4, ///< kMoxelStateApplicationEvent and kMoxelStateDeviceAction.
 };
 
 /// The product identifier that comes with every message but 'mvSR'.
@@ -64,7 +80,8 @@ enum { kMoxelVendorID = 0x4D58 };
 typedef struct MoxelStateRecord {
     uint16_t version;  ///< Record version.
     uint16_t client;   ///< Client identifier that the record is meant for.
-    uint16_t command;  ///< What the record reports. Under a backlog only commands 2, 10 and 11 are delivered.
+    uint16_t command;  ///< What the record reports: kMoxelStateMotion and so on. Under a backlog records with
+                       ///< commands 2, 10 and 11 are delivered, and others give way to newer ones.
     int16_t param;     ///< Command parameter.
     int32_t value;     ///< Command value.
     uint64_t time;     ///< Time stamp of the driver; unaligned.
@@ -82,9 +99,9 @@ typedef struct MoxelStateRecord {
 /// The current device's preferences as the driver sends them; 152 bytes. The library reads the device
 /// identifier only and passes the rest through untouched.
 typedef struct MoxelDevicePrefs {
-    uint8_t header[4];
-    uint32_t deviceID;
-    uint8_t settings[144];
+    uint8_t header[4];     ///< The driver's own.
+    uint32_t deviceID;     ///< Vendor in the high 16 bits, product in the low 16.
+    uint8_t settings[144]; ///< The driver's own.
 } MoxelDevicePrefs;
 
 #pragma pack(push, 2)
@@ -114,23 +131,25 @@ typedef struct MoxelCommandSyncNode_s {
 /// Types of images; a record of another type gives an empty entry.
 enum { kMoxelImageFile = 1, kMoxelImageData = 3, kMoxelImageGlyph = 4 };
 
+/// An image that lies in a file.
 typedef struct MoxelImageFile_s {
     const char *path; ///< The image file's path, UTF-8; not null.
     uint32_t index;   ///< Which image of the file.
 } MoxelImageFile_s;
 
+/// An image that lies in memory.
 typedef struct MoxelImageData_s {
-    const uint8_t *data;
-    uint64_t size; ///< Bytes.
-    uint32_t index;
+    const uint8_t *data; ///< The bytes of an image file.
+    uint64_t size;       ///< Bytes.
+    uint32_t index;      ///< Which image of the file.
 } MoxelImageData_s;
 
 /// Carried for the driver; the library reads none of it.
 typedef struct MoxelImageGlyph_s {
-    const char *text;
-    const int32_t *positions;
-    const uint32_t *glyphs;
-    uint32_t count;
+    const char *text;         ///< Text of the glyphs, UTF-8.
+    const int32_t *positions; ///< Where the glyphs stand.
+    const uint32_t *glyphs;   ///< The glyphs' numbers.
+    uint32_t count;           ///< Number of glyphs.
 } MoxelImageGlyph_s;
 
 /// One image of an application.
@@ -147,9 +166,9 @@ typedef struct MoxelImage_s {
 
 /// What the driver is told when an application starts and when it leaves; 32 bytes on the wire.
 typedef struct MoxelAppInfoRecord {
-    uint16_t exitState; ///< 0 while the application runs, 0xDEAD when it unregisters.
-    uint8_t reserved[6];
-    char name[24]; ///< Application name, UTF-8, zero-padded.
+    uint16_t exitState;  ///< 0 while the application runs, 0xDEAD when it unregisters.
+    uint8_t reserved[6]; ///< Zero.
+    char name[24];       ///< Application name, UTF-8, zero-padded.
 } MoxelAppInfoRecord;
 
 // ---------------------------------------------------------------------------------------------- Handlers
@@ -164,7 +183,9 @@ typedef void (*MoxelRemovedHandlerProc)(uint32_t productID);
 /// The same with the context that was given to _SetMoxelHandlers.
 typedef void (*_MoxelMessageHandlerProc)(uint32_t productID, uint32_t messageType, void *messageArgument,
                                          void *context);
+/// MoxelAddedHandlerProc with that context.
 typedef void (*_MoxelAddedHandlerProc)(uint32_t productID, void *context);
+/// MoxelRemovedHandlerProc with that context.
 typedef void (*_MoxelRemovedHandlerProc)(uint32_t productID, void *context);
 
 // ---------------------------------------------------------------------------------------------- Installation
@@ -199,10 +220,14 @@ MOXEL_EXPORT void CleanupMoxelHandlers(void);
 /// Registers the calling thread's session with the driver.
 ///
 /// `signature` is a four-character code, `name` a length-prefixed UTF-8 string (a count byte and that many
-/// bytes) or null, `mode` the client mode, `mask` the events wanted. Returns the client identifier, or 0 on
-/// failure, after at most 4.5 s.
+/// bytes) or null, `mode` the client mode, `mask` the events wanted (kMoxelWantsMotion and so on; 0xFFFFFFFF
+/// for all). The low 8 bits of `mask` become the button mask too: buttons 9 to 32 do not come until
+/// SetMoxelClientButtonMask asks for them, nor do those of the first eight whose bits are missing. Returns
+/// the client identifier, or 0 on failure, after at most 4.5 s; a driver that is slow to take what it is sent
+/// adds up to 1 s for each of four reports.
 MOXEL_EXPORT uint16_t RegisterMoxelClient(uint32_t signature, uint8_t *name, uint16_t mode, uint32_t mask);
-/// Takes the registration back; 0 stands for the client of the calling thread.
+/// Takes the registration back; 0 stands for the client of the calling thread. At once, unless the driver is
+/// slow to take what it is sent: then up to 1 s for each of four reports.
 MOXEL_EXPORT void UnregisterMoxelClient(uint16_t clientID);
 
 // ---------------------------------------------------------------------------------------------- Control
@@ -217,7 +242,8 @@ MOXEL_EXPORT void UnregisterMoxelClient(uint16_t clientID);
 /// Tells the driver which events the client wants, in place of the mask given at registration. Waits up to
 /// 2.0 s for the driver; nothing tells whether it took the mask.
 MOXEL_EXPORT void SetMoxelClientMask(uint16_t clientID, uint32_t mask);
-/// Tells the driver which buttons the client wants, one bit a button; otherwise like SetMoxelClientMask.
+/// Tells the driver which buttons the client wants, one bit a button (0xFFFFFFFF for all), in place of the
+/// first eight that registration asks for; otherwise like SetMoxelClientMask.
 MOXEL_EXPORT void SetMoxelClientButtonMask(uint16_t clientID, uint32_t buttonMask);
 
 /// MoxelClientControl for the calling thread's client, except that kMoxelCtlIgnored returns 0 at once, with
@@ -262,7 +288,8 @@ MOXEL_EXPORT int16_t MoxelSetButtonLabels(uint32_t deviceID, const void *labels)
 // (a slash, say) exports nothing; the log tells why.
 //
 // When a button is pressed that stands for an action, the message handler gets a MoxelStateRecord with
-// command 10: `param` is the action's number and `appEventPressed` whether it was pressed or released.
+// command kMoxelStateApplicationEvent: `param` is the action's number and `appEventPressed` whether it was
+// pressed or released.
 
 /// What the data argument of an export is: four characters, the first in the most significant byte.
 enum {
@@ -305,8 +332,7 @@ MOXEL_EXPORT int16_t MoxelClientGetSettingValue(uint16_t clientID, const char *n
 /// file (it holds a slash, say), refuse the whole list.
 MOXEL_EXPORT int16_t MoxelClientWriteImages(uint16_t clientID, uint32_t type, const void *data, size_t count);
 
-// ---------------------------------------------------------------------------------------------- Session
-// queries
+// ---------------------------------------------------------------------------------------------- Queries
 
 /// True when the process's login session is the one on the console, or when that cannot be told. Any thread.
 MOXEL_EXPORT bool MoxelCheckUserActive(void);
@@ -351,14 +377,23 @@ MOXEL_EXPORT bool VDataChannel_SendReportID1_SetReport(MoxelHIDDeviceRef device,
 MOXEL_EXPORT bool VDataChannel_SetAppInfoRecord(MoxelHIDDeviceRef device, uint64_t channelTag,
                                                 const MoxelAppInfoRecord *record);
 
-/// Status vocabulary of the storage slots, shared with the driver extension.
+// Status vocabulary of the storage slots, shared with the driver extension.
+
+/// Data identifier of the status of a write.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_DataID_SetReportStatus;
+/// Data identifier of the status of a read.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_DataID_GetReportStatus;
+/// Data identifier of the status of a release.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_DataID_ReleaseChannelSlotDataStatus;
+/// The slot did what it was asked.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_OK;
+/// The slot has got memory.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_MemoryAllocated;
+/// There is no memory for the slot.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_MemoryAllocationError;
+/// The slot is empty.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_NoData;
+/// The buffer is smaller than what the slot holds.
 MOXEL_EXPORT extern const uint16_t DEXT_Storage_Status_SmallBuffer;
 
 // ---------------------------------------------------------------------------------------------- File events

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -20,6 +21,7 @@
 namespace moxel {
 
 class CFileObserver;
+class CallerThreadWatch;
 class Condition;
 class HIDManager;
 class NotificationSubscription;
@@ -43,8 +45,7 @@ struct mxVDataPacket;
 /// waits for one waits on it with a deadline.
 class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelClientAPI> {
   public:
-    // ---------------------------------------------------------------------------------- Construction (caller
-    // thread)
+    // -------------------------------------------------------------- Construction (caller thread)
 
     /// -[MoxelClientAPI initWithMessageHandler:addedHandler:removedHandler:threaded:]
     /// Null when the client thread cannot be started. The client thread runs when this returns.
@@ -66,8 +67,7 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     /// Waits about 1 s at most; true when the client thread has ended.
     bool stopClientThread();
 
-    // ---------------------------------------------------------------------------------- Registration (caller
-    // thread)
+    // -------------------------------------------------------------- Registration (caller thread)
 
     /// -[MoxelClientAPI registerMoxelClient:name:mode:andMask:]
     /// The client identifier, or 0 on failure.
@@ -79,8 +79,7 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     /// -[MoxelClientAPI closeBaseChannel]
     void closeBaseChannel();
 
-    // ---------------------------------------------------------------------------------- Requests (any
-    // thread)
+    // -------------------------------------------------------------- Requests (any thread)
 
     /// -[MoxelClientAPI sendUserRequestData:onChannel:requestID:andCommand:requireACK:]
     /// Sends at most 2,048 bytes; with `requireACK` it waits up to 2.0 s and must not run on the client
@@ -90,8 +89,7 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     /// -[MoxelClientAPI sendPacketACKToDaemon]
     bool sendPacketACKToDaemon();
 
-    // ---------------------------------------------------------------------------------- Channels (client
-    // thread)
+    // -------------------------------------------------------------- Channels (client thread)
 
     /// -[MoxelClientAPI baseChannelConnected:fromSender:]
     void baseChannelConnected(const HIDDeviceReference &device, HIDManager *fromSender);
@@ -127,35 +125,46 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
 
     // ---------------------------------------------------------------------------------- Fields
 
+    /// What guards the channels and is signalled when an answer comes.
     [[nodiscard]] std::shared_ptr<Condition> m_conditionSignal() const;
     void setM_conditionSignal(std::shared_ptr<Condition> condition);
+    /// The base channel; null while there is none.
     [[nodiscard]] HIDDeviceReference m_refHIDChannelBase() const;
     void setM_refHIDChannelBase(HIDDeviceReference device);
+    /// The dedicated channel; null while there is none.
     [[nodiscard]] HIDDeviceReference m_refHIDChannelDedicated() const;
     void setM_refHIDChannelDedicated(HIDDeviceReference device);
+    /// Whether the base channel is open.
     [[nodiscard]] bool m_bHIDChannelBaseOpen() const noexcept { return m_bHIDChannelBaseOpen_.load(); }
     void setM_bHIDChannelBaseOpen(bool open) noexcept { m_bHIDChannelBaseOpen_.store(open); }
+    /// Whether the dedicated channel is open.
     [[nodiscard]] bool m_bHIDChannelDedicatedOpen() const noexcept {
         return m_bHIDChannelDedicatedOpen_.load();
     }
     void setM_bHIDChannelDedicatedOpen(bool open) noexcept { m_bHIDChannelDedicatedOpen_.store(open); }
+    /// Whether the driver has answered the registration.
     [[nodiscard]] bool m_bClientRegistered() const noexcept { return m_bClientRegistered_.load(); }
     void setM_bClientRegistered(bool registered) noexcept { m_bClientRegistered_.store(registered); }
+    /// Whether the driver asked for another registration, which is under way.
     [[nodiscard]] bool m_bReRegistrationRequest() const noexcept { return m_bReRegistrationRequest_.load(); }
     void setM_bReRegistrationRequest(bool requested) noexcept { m_bReRegistrationRequest_.store(requested); }
+    /// Whether the acknowledgement that is waited for has come.
     [[nodiscard]] bool m_bPacketACK() const noexcept { return m_bPacketACK_.load(); }
     void setM_bPacketACK(bool acknowledged) noexcept { m_bPacketACK_.store(acknowledged); }
-    /// Identity of the current device; both 0 until the driver names one.
+    /// Vendor identifier of the current device; 0 until the driver names one.
     [[nodiscard]] uint16_t m_uVendorID() const noexcept { return uint16_t(m_uDeviceID() >> 16); }
     void setM_uVendorID(uint16_t vendorID) noexcept { setDeviceIDBits(0xFFFF0000, uint32_t{vendorID} << 16); }
+    /// Product identifier of the current device; 0 until the driver names one.
     [[nodiscard]] uint16_t m_uProductID() const noexcept { return uint16_t(m_uDeviceID()); }
     void setM_uProductID(uint16_t productID) noexcept { setDeviceIDBits(0xFFFF, productID); }
     /// Both identifiers as one read or written at once, so that they belong together: vendor in the upper
     /// half.
     [[nodiscard]] uint32_t m_uDeviceID() const noexcept { return m_uDeviceID_.load(); }
     void setM_uDeviceID(uint32_t deviceID) noexcept { m_uDeviceID_.store(deviceID); }
+    /// What the driver is told of the application.
     [[nodiscard]] Ref<MxlApplication> applicationInfo() const;
     void setApplicationInfo(Ref<MxlApplication> record);
+    /// Watches the settings file, once one is exported.
     [[nodiscard]] std::shared_ptr<CFileObserver> observerSettingsFile() const;
     void setObserverSettingsFile(std::shared_ptr<CFileObserver> observer);
     /// The last preferences record that the driver sent, or null.
@@ -164,8 +173,10 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     /// Milliseconds since 1 January 1970 at the object's creation.
     [[nodiscard]] uint64_t channelID() const noexcept { return channelID_.load(); }
     void setChannelID(uint64_t identifier) noexcept { channelID_.store(identifier); }
+    /// Name that the base channel is recognised by.
     [[nodiscard]] String m_strBaseChannelName() const;
     void setM_strBaseChannelName(String name);
+    /// Folder that the application exports to; null before it has one.
     [[nodiscard]] String stringSyncedResourcesPath() const;
     void setStringSyncedResourcesPath(String path);
     /// The application's context for its context-taking handlers.
@@ -250,6 +261,9 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     void callRemovedHandlers(uint32_t deviceID);
 
     [[nodiscard]] std::shared_ptr<Thread> callerThread() const;
+    /// Calls back on the client thread; false when that cannot be arranged. Any thread.
+    [[nodiscard]] bool performOnClientThread(std::chrono::duration<double> delay,
+                                             std::function<void()> callback);
     template <class T>
     [[nodiscard]] MOXEL_HIDDEN T field(const T &field) const;
     template <class T>
@@ -299,10 +313,11 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     std::shared_ptr<Thread> clientThread_; ///< Until it is joined.
     bool stopRequested_ = false;
     bool clientThreadEnded_ = false;
-    std::unique_ptr<Subscriptions> subscriptions_;   ///< Guarded by fieldMutex_.
-    std::unique_ptr<StateForwarder> stateForwarder_; ///< Client thread posts, caller thread delivers.
-    std::atomic<int32_t> forwardedMessages_{0};      ///< Waiting for the caller thread, state records aside.
-    std::atomic<size_t> forwardedBytes_{0};          ///< What they carry.
+    std::unique_ptr<Subscriptions> subscriptions_;         ///< Guarded by fieldMutex_.
+    std::unique_ptr<StateForwarder> stateForwarder_;       ///< Client thread posts, caller thread delivers.
+    std::shared_ptr<CallerThreadWatch> callerThreadWatch_; ///< Of what is forwarded.
+    std::atomic<int32_t> forwardedMessages_{0}; ///< Waiting for the caller thread, state records aside.
+    std::atomic<size_t> forwardedBytes_{0};     ///< What they carry.
 };
 
 } // namespace moxel

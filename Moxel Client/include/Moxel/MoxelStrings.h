@@ -34,13 +34,14 @@ MOXEL_EXPORT void getPascalString(const String &string, uint8_t *buffer, int32_t
 
 /// Text with attributes over its whole length.
 struct AttributedString {
-    String text;
-    Dictionary attributes;
+    String text;           ///< The whole text.
+    Dictionary attributes; ///< What holds for all of it, by attribute names.
 };
 
 /// The text as a link to itself, underlined, in the system font, red when `highlighted` and blue otherwise.
 [[nodiscard]] MOXEL_EXPORT AttributedString getHyperlink(const String &string, bool highlighted);
 
+/// How the first text stands to the second one.
 enum class ComparisonResult { ascending = -1, same = 0, descending = 1 };
 
 /// Compares without regard to case, runs of digits by their number: "Item 9" comes before "item 10".

@@ -18,6 +18,7 @@ namespace moxel {
 class MOXEL_EXPORT MxlActionInterfaceDictConvert
     : public std::enable_shared_from_this<MxlActionInterfaceDictConvert> {
   public:
+    /// A shared reference to the converter.
     using Shared = std::shared_ptr<MxlActionInterfaceDictConvert>;
 
     /// +[MxlActionInterfaceDictConvert sharedDefaultDictionaries]

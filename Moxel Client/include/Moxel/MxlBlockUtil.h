@@ -15,6 +15,7 @@ class Thread;
 /// dropped. Delays are in seconds.
 class MOXEL_EXPORT MxlBlockUtil {
   public:
+    /// What is to be run.
     using Block = std::function<void()>;
 
     MxlBlockUtil() = delete;

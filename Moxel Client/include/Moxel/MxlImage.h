@@ -19,14 +19,19 @@
 MOXEL_BEGIN_DECLS
 
 // They stand in memory one after the other, in this order.
+/// What no image begins with.
 MOXEL_EXPORT_IN_PLACE extern const uint8_t MxlImageMagic_UNSUPPORTED[1];
+/// Windows bitmap.
 MOXEL_EXPORT_IN_PLACE extern const uint8_t MxlImageMagic_BMP[2];
 /// TIFF, little-endian.
 MOXEL_EXPORT_IN_PLACE extern const uint8_t MxlImageMagic_TIFl[4];
 /// TIFF, big-endian.
 MOXEL_EXPORT_IN_PLACE extern const uint8_t MxlImageMagic_TIFb[4];
+/// PNG.
 MOXEL_EXPORT_IN_PLACE extern const uint8_t MxlImageMagic_PNG[8];
+/// JPEG.
 MOXEL_EXPORT_IN_PLACE extern const uint8_t MxlImageMagic_JPG[3];
+/// PDF.
 MOXEL_EXPORT_IN_PLACE extern const uint8_t MxlImageMagic_PDF[5];
 /// The start of an XML declaration: any XML document that has one counts as SVG, an SVG file without one does
 /// not.
@@ -63,10 +68,13 @@ class MOXEL_EXPORT MxlImage {
     [[nodiscard]] bool isPath() const;
 
     // Setting one property leaves the others as they are.
+    /// The image's bytes; null when it is a reference.
     [[nodiscard]] Data data() const;
     void setData(const Data &data);
+    /// The file's path; null when there are bytes.
     [[nodiscard]] String path() const;
     void setPath(const String &path);
+    /// The format that initWithData() recognised, or that was set.
     [[nodiscard]] MxlImageDataType dataType() const;
     void setDataType(MxlImageDataType dataType);
 

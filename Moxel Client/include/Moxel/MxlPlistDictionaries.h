@@ -23,6 +23,7 @@ class MxlImage;
 /// All members may be called from any thread, as long as no thread changes what they return or are given.
 class MOXEL_EXPORT MxlPlistDictionaries : public std::enable_shared_from_this<MxlPlistDictionaries> {
   public:
+    /// A shared reference to the store.
     using Shared = std::shared_ptr<MxlPlistDictionaries>;
 
     // ---------------------------------------------------------------------------------- The store
@@ -50,13 +51,17 @@ class MOXEL_EXPORT MxlPlistDictionaries : public std::enable_shared_from_this<Mx
 
     // ---------------------------------------------------------------------------------- The driver's files
 
-    /// Paths of the default commands file, the default mapping file and the user mapping file, and the same
-    /// as file URLs. The last one is null when the user has no library folder.
+    /// Path of the default commands file.
     [[nodiscard]] String stringAppCommandsPath() const { return stringAppCommandsPath_; }
+    /// File URL of the default commands file.
     [[nodiscard]] String urlAppCommandsPath() const { return urlAppCommandsPath_; }
+    /// Path of the default mapping file.
     [[nodiscard]] String stringDefaultPath() const { return stringDefaultPath_; }
+    /// File URL of the default mapping file.
     [[nodiscard]] String urlDefaultPath() const { return urlDefaultPath_; }
+    /// Path of the user mapping file; null when the user has no library folder.
     [[nodiscard]] String stringUserMappingPath() const { return stringUserMappingPath_; }
+    /// File URL of the user mapping file; null when the user has no library folder.
     [[nodiscard]] String urlUserMappingPath() const { return urlUserMappingPath_; }
     /// The content of the default commands file, read once.
     [[nodiscard]] MutableDictionary dictAppCommands() const { return dictAppCommands_; }
