@@ -1,166 +1,101 @@
-// The time from sending a state record over a socket until the application's handler has it, beside that of a
-// thread which does nothing but wait, receive and call the handler.
-#include "Platform/RunLoop.h"
-#include "Platform/Thread.h"
-#include "Protocol/WireLayouts.h"
-#include "Session/ChannelCallbacks.h"
-#include "Support/ClientTestAccess.h"
-#include "Support/FakeHIDDevice.h"
+// State records from the driver's socket to the application's handler, beside threads that do nothing but
+// wait, receive and hand over.
+#include "Support/BareDriver.h"
+#include "Support/BareReceivers.h"
+#include "Support/PrivateFolders.h"
+#include "Support/Session.h"
+#include "Support/Table.h"
 
-#include <benchmark/benchmark.h>
-
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <future>
-#include <memory>
-#include <sys/epoll.h>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
-#include <utility>
-
-namespace moxel {
+namespace moxel::benchmarks {
 namespace {
 
-using Report = std::array<uint8_t, wire::inputReportSize>;
+constexpr size_t rounds = 31;
+constexpr size_t recordsPerRound = 1'000;
+constexpr size_t recordsPerBurst = 20'000;
 
-/// Time stamp of the newest record that the handler has got.
-std::atomic<uint64_t> newestHandled;
-
-void messageHandler(uint32_t, uint32_t, void *argument) {
-    newestHandled.store(static_cast<const MoxelStateRecord *>(argument)->time);
-}
-
-/// The driver's end and the client's end of a channel.
-class SocketPair {
-  public:
-    SocketPair() {
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends_.data()) != 0)
-            std::abort();
-    }
-    ~SocketPair() {
-        hangUp();
-        ::close(ends_[1]);
-    }
-    SocketPair(const SocketPair &) = delete;
-    SocketPair &operator=(const SocketPair &) = delete;
-
-    [[nodiscard]] int clientEnd() const { return ends_[1]; }
-    void send(const Report &report) const { ::send(ends_[0], report.data(), report.size(), MSG_NOSIGNAL); }
-    /// Nothing once the driver has hung up.
-    [[nodiscard]] size_t receive(Report &report) const {
-        const ssize_t size = ::recv(clientEnd(), report.data(), report.size(), 0);
-        return size > 0 ? static_cast<size_t>(size) : 0;
-    }
-    void hangUp() {
-        if (ends_[0] >= 0)
-            ::close(std::exchange(ends_[0], -1));
-    }
-
-  private:
-    std::array<int, 2> ends_{-1, -1};
+/// A socket on which records are sent, and where they arrive.
+struct Road {
+    int socket;
+    Arrival &arrival;
 };
 
-/// A thread that runs its loop until the object's end.
-class LoopThread {
-  public:
-    /// `prepare` runs on the thread before this returns; its source lives as long as the thread.
-    explicit LoopThread(const std::function<RunLoopSource(RunLoop &)> &prepare) {
-        std::promise<std::shared_ptr<RunLoop>> ready;
-        thread_ = *Thread::start("benchmark", [&prepare, &ready] {
-            const std::shared_ptr<RunLoop> loop = *RunLoop::current();
-            const RunLoopSource source = prepare(*loop);
-            ready.set_value(loop);
-            loop->run();
-        });
-        loop_ = ready.get_future().get();
-    }
-    ~LoopThread() {
-        loop_->stop();
-        thread_->join();
-    }
-    LoopThread(const LoopThread &) = delete;
-    LoopThread &operator=(const LoopThread &) = delete;
-
-  private:
-    std::shared_ptr<Thread> thread_;
-    std::shared_ptr<RunLoop> loop_;
+struct Latency {
+    double median;
+    double p99;
 };
 
-/// Sends one record after the other, each when the one before has reached the handler.
-void sendRecords(benchmark::State &state, const SocketPair &channel) {
-    wire::DeviceStateReport content{};
-    content.header = {wire::daemonMessage, wire::deviceState};
-    content.record.command = 10; // Never dropped.
-    newestHandled.store(0);
-    Report report{};
-    for ([[maybe_unused]] auto iteration : state) {
-        content.record.time = content.record.time + 1;
-        std::memcpy(report.data(), &content, sizeof content);
-        channel.send(report);
-        const uint64_t sent = content.record.time;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (newestHandled.load() != sent) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                state.SkipWithError("A record is lost; is this login session on the console?");
-                return;
-            }
-        }
+/// One record after the other, each when the one before has been handled.
+Latency latencyOf(const Road &road) {
+    const StateDatagram datagram;
+    std::vector<double> latencies;
+    for (size_t i = 0; i < recordsPerRound; ++i) {
+        road.arrival.expect(1);
+        const double sent = now();
+        datagram.sendTo(road.socket);
+        latencies.push_back(road.arrival.await() - sent);
+    }
+    return {median(latencies), quantile(latencies, 0.99)};
+}
+
+/// Records a second when they are sent without a pause.
+double rateOf(const Road &road) {
+    const StateDatagram datagram;
+    road.arrival.expect(recordsPerBurst);
+    const double begin = now();
+    for (size_t i = 0; i < recordsPerBurst; ++i)
+        datagram.sendTo(road.socket);
+    return recordsPerBurst / (road.arrival.await() - begin);
+}
+
+struct Goals {
+    double median;
+    double p99;
+    double rate;
+};
+
+void compare(const std::string &what, const std::string &floorName, const Road &floor, const Road &library,
+             const Goals &goals) {
+    std::vector<double> p99[2];
+    const auto latency = [&p99](const Road &road, size_t subject) {
+        return [&p99, &road, subject] {
+            const Latency measured = latencyOf(road);
+            p99[subject].push_back(measured.p99);
+            return measured.median;
+        };
+    };
+    const RoundsOfSubjects medians = inRounds(rounds, {latency(floor, 0), latency(library, 1)});
+    const RoundsOfSubjects rates =
+        inRounds(rounds, {[&] { return rateOf(floor); }, [&] { return rateOf(library); }});
+    printTimes(what + ": median", floorName, median(medians[0]), median(medians[1]), atMost(goals.median));
+    printTimes(what + ": 99th percentile", floorName, median(p99[0]), median(p99[1]), atMost(goals.p99));
+    const double floorRate = median(rates[0]);
+    const double libraryRate = median(rates[1]);
+    printRow(what + ": records a second", floorName, digits(floorRate / 1000) + " thousand",
+             digits(libraryRate / 1000) + " thousand", libraryRate / floorRate, atLeast(goals.rate));
+}
+
+void run() {
+    const PrivateFolders folders;
+    BareDriver driver(folders.bus());
+    Arrival bareArrival;
+    Arrival libraryArrival;
+    {
+        const BareReceiver receiver(bareArrival);
+        const Session session(Delivery::threaded, libraryArrival);
+        compare("state record to a handler on the client thread", "epoll and recv",
+                {receiver.socket(), bareArrival}, {driver.inputSocket(session.clientID()), libraryArrival},
+                {1.15, 1.3, 0.85});
+    }
+    {
+        const BareForwarder forwarder(bareArrival);
+        const Session session(Delivery::forwarded, libraryArrival);
+        compare("state record forwarded to the caller thread", "epoll and recv, one eventfd hop",
+                {forwarder.socket(), bareArrival}, {driver.inputSocket(session.clientID()), libraryArrival},
+                {1.2, 1.3, 0.8});
     }
 }
-
-/// The library's client, from the channel's input callback on.
-void measureClient(benchmark::State &state, bool threaded) {
-    SocketPair channel;
-    MoxelClientTestAccess::Client client;
-    const LoopThread callerThread([&](RunLoop &) {
-        client = MoxelClientTestAccess::make(messageHandler, nullptr, nullptr, threaded);
-        return RunLoopSource();
-    });
-    const auto device = std::make_shared<test::FakeHIDDevice>();
-    client->setM_refHIDChannelDedicated(device);
-    const LoopThread clientThread([&](RunLoop &loop) {
-        return *loop.watchDescriptor(
-            channel.clientEnd(), RunLoop::Descriptor::readable, [&](RunLoop::Readiness) {
-                Report report;
-                const size_t size = channel.receive(report);
-                HandleIncomingDataDedicated(client.get(), HIDStatus::success, device.get(),
-                                            HIDReportType::input, report[0], report.data(), size);
-            });
-    });
-    sendRecords(state, channel);
-}
-
-void epollAndReceive(benchmark::State &state) {
-    SocketPair channel;
-    std::thread receiver([&channel] {
-        const int epoll = ::epoll_create1(EPOLL_CLOEXEC);
-        epoll_event event{EPOLLIN, {}};
-        ::epoll_ctl(epoll, EPOLL_CTL_ADD, channel.clientEnd(), &event);
-        Report report;
-        while (::epoll_wait(epoll, &event, 1, -1) >= 0 && channel.receive(report) > 0) {
-            MoxelStateRecord record;
-            std::memcpy(&record, report.data() + offsetof(wire::DeviceStateReport, record), sizeof record);
-            messageHandler(0, kMoxelMsgDeviceState, &record);
-        }
-        ::close(epoll);
-    });
-    sendRecords(state, channel);
-    channel.hangUp();
-    receiver.join();
-}
-
-void handlerOnClientThread(benchmark::State &state) { measureClient(state, true); }
-
-void handlerOnCallerThread(benchmark::State &state) { measureClient(state, false); }
-
-BENCHMARK(epollAndReceive)->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(handlerOnClientThread)->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(handlerOnCallerThread)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 } // namespace
-} // namespace moxel
+} // namespace moxel::benchmarks
+
+int main() { moxel::benchmarks::run(); }
