@@ -7,12 +7,14 @@
 #include "Support/FakeHIDDevice.h"
 #include <Moxel/CFileObserver.h>
 #include <Moxel/MoxelClient.h>
+#include <Moxel/MoxelRunLoop.h>
 #include <Moxel/MoxelStrings.h>
 
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 using namespace moxel;
 using fuzz::FuzzInput;
@@ -123,10 +125,44 @@ void useStrings(FuzzInput &input) {
     getPascalString(text, pascal.data());
 }
 
-void callOne(FuzzInput &input) {
+void useTransport(FuzzInput &input, HIDDevice *device) {
+    if (input.number<uint8_t>() % 16 == 0)
+        device = nullptr;
+    const auto tag = input.number<uint64_t>();
+    const std::vector<uint8_t> bytes = input.bytes(4096);
+    const auto length = static_cast<uint16_t>(bytes.size());
+    (void)SetReport(device, tag, input.number<uint8_t>(), bytes.data(), length);
+    (void)SetStorageDataSlot0(device, tag, bytes.data(), length);
+    (void)SetStorageDataSlot1(device, tag, bytes.data(), length);
+    (void)VDataChannel_SendReportID0_SetReport(device, tag, bytes.data(), length);
+    (void)VDataChannel_SendReportID1_SetReport(device, tag, nullptr, length);
+    MoxelAppInfoRecord record{};
+    (void)VDataChannel_SetAppInfoRecord(device, tag, &record);
+    std::vector<uint8_t> buffer(input.number<uint16_t>() % 4096U);
+    auto room = static_cast<uint16_t>(buffer.size());
+    (void)GetReport(device, input.number<uint8_t>(), buffer.data(), &room);
+    (void)GetStorageDataSlot0(device, buffer.data(), &room);
+}
+
+void useCopies(FuzzInput &input) {
+    Texts texts(input);
+    const char *text = texts.next();
+    const String string(text);
+    const std::unique_ptr<char, decltype(&std::free)> copy(CFStringCopyUTF8String(text ? &string : nullptr),
+                                                           &std::free);
+    fuzz::require(text != nullptr || copy == nullptr);
+    const Data data(std::span<const uint8_t>(input.bytes(300)));
+    fuzz::require(MoxelDataGetLength(&data) == data.size());
+    if (data.size() > 0)
+        fuzz::require(*MoxelDataGetBytePtr(&data) == data.bytes()[0]);
+    (void)MoxelSetButtonLabels(input.number<uint32_t>(), nullptr);
+    fuzz::require(MoxelRunLoopDispatch(0) >= 0);
+}
+
+void callOne(FuzzInput &input, HIDDevice *channel) {
     int32_t result = 0;
     MoxelDevicePrefs preferences{};
-    switch (input.number<uint8_t>() % 10) {
+    switch (input.number<uint8_t>() % 12) {
     case 0:
         return writeTree(input);
     case 1:
@@ -160,6 +196,10 @@ void callOne(FuzzInput &input) {
         SetMoxelClientMask(input.number<uint16_t>(), input.number<uint32_t>());
         SetMoxelClientButtonMask(clientID, input.number<uint32_t>());
         return;
+    case 9:
+        return useTransport(input, channel);
+    case 10:
+        return useCopies(input);
     default:
         (void)MoxelGetCurrentDevicePrefs(input.number<uint32_t>(), &preferences);
         (void)MoxelClientWriteCommands(clientID, input.number<uint32_t>(), -1, nullptr);
@@ -191,7 +231,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const Session session;
     FuzzInput input(data, size);
     for (int calls = 0; calls < 8 && !input.empty(); ++calls)
-        callOne(input);
+        callOne(input, session.channel.get());
     session.channel->reports.clear();
     return 0;
 }
