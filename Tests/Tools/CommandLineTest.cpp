@@ -6,9 +6,9 @@ namespace {
 
 using CommandLine = ToolTest;
 
-const std::vector<std::string> commands = {"list", "monitor", "control",  "mask",   "prefs",
-                                           "send", "export",  "commands", "search", "settings",
-                                           "dump", "record",  "replay"};
+const std::vector<std::string> commands = {"list",     "doctor", "monitor", "control",  "mask",
+                                           "prefs",    "send",   "export",  "commands", "search",
+                                           "settings", "dump",   "record",  "replay"};
 
 TEST_F(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
     const Finished help = run({"--help"});

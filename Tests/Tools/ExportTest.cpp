@@ -216,6 +216,9 @@ TEST_F(ExportTool, SettingsTellWhenTheDriverDoesNotAnswer) {
 TEST_F(ExportTool, TheExamplePrintsTheCommandsThatArePressed) {
     ChildProcess example = start(EXAMPLE_EXPORTING, {});
     EXPECT_EQ(example.readLine(), "press a button");
+    const auto exporting = moxeld->waitForClient(
+        patience, [](const daemon::ClientDescription &client) { return client.exports.imageCount == 1; });
+    EXPECT_TRUE(exporting.has_value()) << "it exports an image";
     press("buttons 2\nbuttons 0\nbuttons 5\nbuttons 0\n");
     EXPECT_EQ(example.readLine(), "Paste");
     EXPECT_EQ(example.readLine(), "Copy");

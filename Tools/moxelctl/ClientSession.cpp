@@ -30,21 +30,30 @@ Handlers noHandlers() {
             nullptr};
 }
 
-int ClientSession::begin(const Handlers &handlers, const std::string &name, uint32_t mask) {
+std::optional<ClientSession::Failure> ClientSession::open(const Handlers &handlers, const std::string &name,
+                                                          uint32_t mask) {
     const DriverLog log;
     const int16_t installed = _SetMoxelHandlers(handlers.message, handlers.added, handlers.removed,
                                                 handlers.context, handlers.threaded);
     isInstalled_ = true;
-    if (installed != kMoxelResultOK) {
-        explainMissingDriver();
-        return noDriver;
-    }
+    if (installed != kMoxelResultOK)
+        return Failure{noDriver, "the driver does not let this program open its channel", restartDriver};
     std::vector<uint8_t> pascalName = pascalString(name);
     clientID_ = RegisterMoxelClient(signature, pascalName.data(), mode, mask);
-    if (clientID_ == 0) {
-        complain("the driver answers but does not register this program: " + log.lastError(),
-                 "Start the driver (moxeld) again; MOXEL_LOG=stderr shows each step.");
-        return notRegistered;
+    if (clientID_ == 0)
+        return Failure{notRegistered,
+                       "the driver answers but does not register this program: " + log.lastError(),
+                       restartDriver};
+    return std::nullopt;
+}
+
+int ClientSession::begin(const Handlers &handlers, const std::string &name, uint32_t mask) {
+    if (const auto failed = open(handlers, name, mask)) {
+        if (failed->exitCode == noDriver)
+            explainMissingDriver();
+        else
+            complain(failed->problem, failed->remedy);
+        return failed->exitCode;
     }
     if (!MoxelCheckUserActive())
         complain("this login session is not on the console: the driver's events do not reach it",

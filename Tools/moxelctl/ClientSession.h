@@ -4,6 +4,7 @@
 #include <Moxel/MoxelClient.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace moxel::tool {
@@ -27,6 +28,16 @@ class ClientSession {
     ClientSession(const ClientSession &) = delete;
     ClientSession &operator=(const ClientSession &) = delete;
 
+    /// Why a session did not begin.
+    struct Failure {
+        int exitCode;
+        std::string problem;
+        std::string remedy;
+    };
+
+    /// Without a word; absent when the session has begun.
+    [[nodiscard]] std::optional<Failure> open(const Handlers &handlers, const std::string &name,
+                                              uint32_t mask);
     /// An exit code; anything but success has been explained on standard error.
     [[nodiscard]] int begin(const Handlers &handlers, const std::string &name, uint32_t mask = 0);
     [[nodiscard]] uint16_t clientID() const noexcept { return clientID_; }

@@ -5,6 +5,7 @@ namespace moxel::tool {
 std::vector<std::unique_ptr<Command>> makeCommands() {
     std::vector<std::unique_ptr<Command>> commands;
     commands.push_back(makeListCommand());
+    commands.push_back(makeDoctorCommand());
     commands.push_back(makeMonitorCommand());
     commands.push_back(makeControlCommand());
     commands.push_back(makeMaskCommand());

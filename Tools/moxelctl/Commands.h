@@ -9,6 +9,7 @@
 namespace moxel::tool {
 
 [[nodiscard]] std::unique_ptr<Command> makeListCommand();
+[[nodiscard]] std::unique_ptr<Command> makeDoctorCommand();
 [[nodiscard]] std::unique_ptr<Command> makeMonitorCommand();
 [[nodiscard]] std::unique_ptr<Command> makeControlCommand();
 [[nodiscard]] std::unique_ptr<Command> makeMaskCommand();

@@ -1,7 +1,6 @@
 #include "DriverDiagnosis.h"
 
 #include "Complaint.h"
-#include "Platform/HIDSurvey.h"
 #include "Values/Format.h"
 #include <Moxel/MoxelClient.h>
 
@@ -11,10 +10,24 @@ namespace moxel::tool {
 
 namespace {
 
-struct Finding {
-    std::string problem;
-    std::string remedy;
-};
+Finding findingOfBaseChannel(const SurveyedDevice &channel) {
+    const std::string name = "the channel " + channel.place;
+    switch (channel.state) {
+    case SurveyedDevice::State::stale:
+        return {name + " is dead: " + channel.problem, "Start the driver (moxeld) again."};
+    case SurveyedDevice::State::untrusted:
+        return {name + " is not used: " + channel.problem,
+                "Run the driver as this user or as root, or this program as the driver's user."};
+    case SurveyedDevice::State::ready:
+        return {"the driver does not let this program open its channel " + channel.name, restartDriver};
+    case SurveyedDevice::State::unreachable:
+        return {name + " cannot be used: " + channel.problem, "Give this user the right to use it."};
+    default:
+        return {name + " does not work: " + channel.problem, "The driver hangs: stop it and start it again."};
+    }
+}
+
+} // namespace
 
 Finding findingOfBus(const SurveyedBus &bus) {
     const std::string problem = "the bus folder " + bus.place + " is not used: " + bus.problem;
@@ -35,24 +48,6 @@ Finding findingOfBus(const SurveyedBus &bus) {
     }
 }
 
-Finding findingOfBaseChannel(const SurveyedDevice &channel) {
-    const std::string name = "the channel " + channel.place;
-    switch (channel.state) {
-    case SurveyedDevice::State::stale:
-        return {name + " is dead: " + channel.problem, "Start the driver (moxeld) again."};
-    case SurveyedDevice::State::untrusted:
-        return {name + " is not used: " + channel.problem,
-                "Run the driver as this user or as root, or this program as the driver's user."};
-    case SurveyedDevice::State::ready:
-        return {"the driver does not let this program open its channel " + channel.name,
-                "Start the driver (moxeld) again; MOXEL_LOG=stderr shows each step."};
-    case SurveyedDevice::State::unreachable:
-        return {name + " cannot be used: " + channel.problem, "Give this user the right to use it."};
-    default:
-        return {name + " does not work: " + channel.problem, "The driver hangs: stop it and start it again."};
-    }
-}
-
 Finding findingOfDevices(const SurveyedBus &bus) {
     const std::string wanted = baseChannelName();
     const auto isWanted = [&wanted](const SurveyedDevice &device) {
@@ -67,8 +62,6 @@ Finding findingOfDevices(const SurveyedBus &bus) {
             "\"moxelctl list\" shows what it holds. Start the driver for that user:\n" +
                 format("  moxeld --user %u", MoxelGetSessionUserID())};
 }
-
-} // namespace
 
 std::string baseChannelName() { return format("MxlVirtualHIDData_Base%08X", MoxelGetSessionUserID()); }
 
