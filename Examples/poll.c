@@ -42,10 +42,14 @@ int main(void) {
     uint8_t name[] = "\004poll";
     if (_SetMoxelHandlers(message, added, removed, &states, false) != kMoxelResultOK) {
         fprintf(stderr, "No driver answers.\n");
+        CleanupMoxelHandlers();
         return EXIT_FAILURE;
     }
     const uint16_t client = RegisterMoxelClient(0x506F6C6C, name, 0, 0xFFFFFFFF);
-    printf("registered as %d\n", client);
+    if (client != 0)
+        printf("registered as %d\n", client);
+    else
+        fprintf(stderr, "The driver did not register this program.\n");
     fflush(stdout);
     struct pollfd descriptors[] = {{MoxelRunLoopGetFD(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
     int running = client != 0;
