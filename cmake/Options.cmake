@@ -27,6 +27,11 @@ function(moxel_precompile_headers target)
 endfunction()
 
 add_library(moxel_options INTERFACE)
+# What is built tells nothing of the folder that it was built in, so that everybody gets the same bytes;
+# debuggers look for the sources from the folder that they run in.
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    add_compile_options("-ffile-prefix-map=${PROJECT_BINARY_DIR}=build" "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
+endif()
 target_compile_options(moxel_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 target_include_directories(moxel_options INTERFACE "${PROJECT_SOURCE_DIR}")
 if(MOXEL_WARNINGS_AS_ERRORS)
