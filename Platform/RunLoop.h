@@ -91,6 +91,7 @@ class MOXEL_EXPORT RunLoop {
     /// none.
     [[nodiscard]] virtual int descriptor() const noexcept = 0;
     /// Runs what is due, waiting for it at most `timeoutMilliseconds` (negative: until something is due).
+    /// What is due after that time, and 100 ms after it ran the first of it, is left for the next call.
     /// Returns the number of items that ran, or a negative errno: -EBUSY from inside one of the loop's own
     /// callbacks.
     virtual int dispatch(int timeoutMilliseconds) noexcept = 0;

@@ -10,6 +10,7 @@
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace moxel {
 
@@ -18,6 +19,8 @@ namespace {
 constexpr uint64_t forever = UINT64_MAX;
 /// Sources that one dispatch() runs at most, so that work which posts more work cannot hold the caller.
 constexpr int sourcesPerDispatch = 256;
+/// For so long, or for the time it may wait, a dispatch() begins what is due: a handler may take seconds.
+constexpr std::chrono::milliseconds dispatchTime{100};
 
 /// Not-a-number counts as 0.
 double bounded(RunLoop::Seconds seconds) {
@@ -118,7 +121,7 @@ int LinuxRunLoop::postedWorkIsReady(sd_event_source *, int, uint32_t, void *cont
     auto *loop = static_cast<LinuxRunLoop *>(context);
     const std::shared_ptr<int> ran = loop->ran_;
     loop->turnIsOurs_ = true; // Set first: the work may end the loop.
-    *ran += loop->queue_->runPosted();
+    *ran += loop->queue_->runPosted(loop->beginsUntil());
     return 0;
 }
 
@@ -136,7 +139,6 @@ void LinuxRunLoop::run() {
 }
 
 bool LinuxRunLoop::runOneSource(Seconds limit) {
-    using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(bounded(limit)));
     const int before = *ran_;
     while (!takeStop()) {
@@ -158,18 +160,26 @@ void LinuxRunLoop::stop() noexcept {
 int LinuxRunLoop::descriptor() const noexcept { return event_ ? sd_event_get_fd(event_) : -1; }
 
 int LinuxRunLoop::dispatch(int timeoutMilliseconds) noexcept {
-    using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(timeoutMilliseconds, 0));
+    const auto outer = std::exchange(dispatch_, Dispatch{deadline, std::nullopt});
+    const int result = runWhatIsDue(timeoutMilliseconds);
+    dispatch_ = outer;
+    return result;
+}
+
+int LinuxRunLoop::runWhatIsDue(int timeoutMilliseconds) noexcept {
     const auto timeLeft = [&] {
         return timeoutMilliseconds < 0
                    ? forever
-                   : toMicroseconds(std::max(Seconds(0), Seconds(deadline - Clock::now())));
+                   : toMicroseconds(std::max(Seconds(0), Seconds(dispatch_->deadline - Clock::now())));
     };
     const int before = *ran_;
     int foreign = 0; // Sources of the application on the same sd-event loop.
     for (int round = 0; round < sourcesPerDispatch; ++round) {
         const int counted = *ran_;
         const bool hasRun = counted - before + foreign > 0; // A wake-up without work does not end the wait.
+        if (hasRun && Clock::now() >= beginsUntil())
+            break;
         turnIsOurs_ = false;
         const int result = runOnce(hasRun ? 0 : timeLeft());
         if (result < 0)
@@ -179,6 +189,14 @@ int LinuxRunLoop::dispatch(int timeoutMilliseconds) noexcept {
         foreign += *ran_ == counted && !turnIsOurs_ ? 1 : 0;
     }
     return *ran_ - before + foreign;
+}
+
+LinuxRunLoop::Clock::time_point LinuxRunLoop::beginsUntil() noexcept {
+    if (!dispatch_)
+        return Clock::time_point::max();
+    if (!dispatch_->beginsUntil)
+        dispatch_->beginsUntil = std::max(dispatch_->deadline, Clock::now() + dispatchTime);
+    return *dispatch_->beginsUntil;
 }
 
 // ------------------------------------------------------------------------------------------ Adding sources

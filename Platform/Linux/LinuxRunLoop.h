@@ -7,6 +7,7 @@
 #include <atomic>
 #include <list>
 #include <memory>
+#include <optional>
 #include <systemd/sd-event.h>
 
 namespace moxel {
@@ -36,11 +37,17 @@ class LinuxRunLoop final : public RunLoop {
     int dispatch(int timeoutMilliseconds) noexcept override;
 
   private:
+    using Clock = WorkQueue::Clock;
+
     static int postedWorkIsReady(sd_event_source *source, int descriptor, uint32_t events,
                                  void *context) noexcept;
     bool takeStop() noexcept { return stopped_.exchange(false); }
     /// One round of sd-event; negative errno, 0 when nothing was due, else 1.
     int runOnce(uint64_t timeoutMicroseconds) noexcept;
+    /// Until when something that is due may be begun.
+    Clock::time_point beginsUntil() noexcept;
+    /// Returns as dispatch() does.
+    int runWhatIsDue(int timeoutMilliseconds) noexcept;
 
     std::shared_ptr<WorkQueue> queue_;
     sd_event *event_ = nullptr;
@@ -49,6 +56,12 @@ class LinuxRunLoop final : public RunLoop {
     std::atomic<bool> stopped_{false};
     /// Callbacks of ours that have run; shared with the sources, which may outlive the loop.
     std::shared_ptr<int> ran_ = std::make_shared<int>(0);
+    /// Of the dispatch() that is under way. Its time begins with the first thing that runs.
+    struct Dispatch {
+        Clock::time_point deadline;
+        std::optional<Clock::time_point> beginsUntil;
+    };
+    std::optional<Dispatch> dispatch_;
     bool turnIsOurs_ = false; ///< The last turn woke for posted work, of which there may have been none.
 };
 

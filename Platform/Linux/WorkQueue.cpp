@@ -71,30 +71,46 @@ WorkItem *WorkQueue::oldestFirst(WorkItem *newest) noexcept {
     return oldest;
 }
 
-int WorkQueue::runPosted() noexcept {
+int WorkQueue::runPosted(Clock::time_point until) noexcept {
     uint64_t count;
     if (const int descriptor = wakeDescriptor_.load(); descriptor >= 0) {
         [[maybe_unused]] const ssize_t got = ::read(descriptor, &count, sizeof count);
     }
-    WorkItem *item = oldestFirst(newest_.exchange(nullptr));
+    int ran = run(std::exchange(leftOver_, nullptr), until, true);
+    if (!leftOver_)
+        ran += run(oldestFirst(newest_.exchange(nullptr)), until, ran == 0);
+    if (leftOver_)
+        wake();
+    return ran;
+}
+
+int WorkQueue::run(WorkItem *oldest, Clock::time_point until, bool isFirstDue) noexcept {
+    const bool isLimited = until != Clock::time_point::max();
     int ran = 0;
-    while (item) {
+    for (WorkItem *item = oldest; item; ++ran) {
+        if (isLimited && !(isFirstDue && ran == 0) && Clock::now() >= until) {
+            leftOver_ = item;
+            break;
+        }
         WorkItem *next = item->next_; // The item may be gone once it has run.
         guarded("posted work", [item] { item->run(); });
         item = next;
-        ++ran;
     }
     return ran;
 }
 
 void WorkQueue::close() noexcept {
     WorkItem *newest = newest_.exchange(closedMark());
-    if (newest == closedMark())
-        return;
-    for (WorkItem *item = oldestFirst(newest); item;) {
-        WorkItem *next = item->next_;
-        item->discard();
-        item = next;
+    discard(std::exchange(leftOver_, nullptr));
+    if (newest != closedMark())
+        discard(oldestFirst(newest));
+}
+
+void WorkQueue::discard(WorkItem *oldest) noexcept {
+    while (oldest) {
+        WorkItem *next = oldest->next_;
+        oldest->discard();
+        oldest = next;
     }
 }
 

@@ -2,12 +2,18 @@
 
 #include "Support/Sanitizers.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <execinfo.h>
 #include <limits>
+#include <mutex>
 #include <new>
+#include <unistd.h>
 #include <utility>
 
 namespace moxel::endurance {
@@ -36,15 +42,102 @@ bool mayAllocate() noexcept {
     return false;
 }
 
+/// Who allocated the blocks in use. It allocates nothing: a block that finds no place within reach of its own
+/// stays without an entry.
+class Origins {
+  public:
+    void note(const void *block) noexcept {
+        if (!isKept_.load(std::memory_order_relaxed) || isNoting)
+            return;
+        isNoting = true; // Looking at the stack may allocate.
+        Entry entry{block, 0, {}};
+        entry.depth = ::backtrace(entry.stack.data(), static_cast<int>(entry.stack.size()));
+        isNoting = false;
+        const std::lock_guard lock(mutex_);
+        if (Entry *place = find(block, nullptr))
+            *place = entry;
+    }
+    void forget(const void *block) noexcept {
+        if (!isKept_.load(std::memory_order_relaxed) || isNoting)
+            return;
+        const std::lock_guard lock(mutex_);
+        if (Entry *place = find(block, block))
+            place->block = nullptr;
+    }
+    void keep() {
+        void *warmUp[1];
+        (void)::backtrace(warmUp, 1); // The first call loads a library.
+        isKept_ = true;
+    }
+    /// Remembers how many blocks each stack has in use.
+    void mark() {
+        const std::lock_guard lock(mutex_);
+        markedCount_ = 0;
+        for (const Entry &entry : entries_)
+            if (entry.block != nullptr)
+                marked_[markedCount_++] = entry.stack;
+    }
+    /// Writes the stacks that have more blocks in use than they had.
+    void writeAdded(int descriptor) {
+        const std::lock_guard lock(mutex_);
+        for (const Entry &entry : entries_) {
+            if (entry.block == nullptr || wereInUse(entry.stack) >= inUse(entry.stack))
+                continue;
+            constexpr char title[] = "in use and of:\n";
+            (void)!::write(descriptor, title, sizeof title - 1);
+            ::backtrace_symbols_fd(entry.stack.data(), entry.depth, descriptor);
+        }
+    }
+
+  private:
+    using Stack = std::array<void *, 24>;
+    struct Entry {
+        const void *block = nullptr;
+        int depth = 0;
+        Stack stack{};
+    };
+    static constexpr size_t reach = 64;
+    static constexpr size_t size = 1 << 14;
+
+    Entry *find(const void *home, const void *content) noexcept {
+        const size_t start = reinterpret_cast<uintptr_t>(home) / alignof(std::max_align_t);
+        for (size_t i = 0; i < reach; ++i)
+            if (Entry &entry = entries_[(start + i) % size]; entry.block == content)
+                return &entry;
+        return nullptr;
+    }
+
+    [[nodiscard]] std::ptrdiff_t inUse(const Stack &stack) const {
+        return std::ranges::count_if(
+            entries_, [&](const Entry &entry) { return entry.block != nullptr && entry.stack == stack; });
+    }
+    [[nodiscard]] std::ptrdiff_t wereInUse(const Stack &stack) const {
+        return std::count(marked_.begin(), marked_.begin() + static_cast<std::ptrdiff_t>(markedCount_),
+                          stack);
+    }
+
+    static inline thread_local bool isNoting = false;
+    std::atomic<bool> isKept_{false};
+    std::mutex mutex_;
+    std::array<Entry, size> entries_{};
+    std::array<Stack, size> marked_{}; ///< One for each block.
+    size_t markedCount_ = 0;
+};
+constinit Origins origins;
+
 void *counted(void *block) noexcept {
-    if (block != nullptr)
+    if (block != nullptr) {
         blocksInUse.fetch_add(1, std::memory_order_relaxed);
+        origins.note(block);
+    }
     return block;
 }
 
 void uncount(const void *block) noexcept {
-    if (block != nullptr)
+    if (block != nullptr) {
         blocksInUse.fetch_sub(1, std::memory_order_relaxed);
+        origins.forget(block);
+    }
 }
 
 } // namespace
@@ -64,6 +157,12 @@ int64_t Allocations::inUse() { return blocksInUse; }
 uint64_t Allocations::since() { return position; }
 
 uint64_t Allocations::failed() { return failures; }
+
+void Allocations::keepOrigins() { origins.keep(); }
+
+void Allocations::markOrigins() { origins.mark(); }
+
+void Allocations::writeAddedOrigins(int descriptor) { origins.writeAdded(descriptor); }
 
 Allocations::Exempt::Exempt() { ++exemptions; }
 
@@ -114,12 +213,11 @@ void *calloc(size_t count, size_t size) noexcept {
 void *realloc(void *block, size_t size) noexcept {
     if (!mayAllocate())
         return nullptr;
-    void *moved = __libc_realloc(block, size);
     if (block == nullptr)
-        return counted(moved);
-    if (moved == nullptr && size == 0)
-        uncount(block);
-    return moved;
+        return counted(__libc_realloc(block, size));
+    uncount(block);
+    void *moved = __libc_realloc(block, size);
+    return moved == nullptr && size != 0 ? (counted(block), nullptr) : counted(moved);
 }
 void *memalign(size_t alignment, size_t size) noexcept {
     return mayAllocate() ? counted(__libc_memalign(alignment, size)) : nullptr;

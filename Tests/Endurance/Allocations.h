@@ -19,6 +19,13 @@ class Allocations {
     [[nodiscard]] static uint64_t since();
     [[nodiscard]] static uint64_t failed();
 
+    /// From now on, remembers for each block in use who allocated it.
+    static void keepOrigins();
+    /// Remembers how many blocks each of them has in use.
+    static void markOrigins();
+    /// Writes the stacks of those who have more than they had at the mark.
+    static void writeAddedOrigins(int descriptor);
+
     /// While it exists, the thread's allocations are those of the test, not of what is tested.
     class Exempt {
       public:

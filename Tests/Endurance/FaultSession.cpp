@@ -21,6 +21,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <unistd.h>
 
 namespace moxel::endurance {
 
@@ -104,7 +105,9 @@ class FaultSession {
         ProcessState before = ProcessState::now();
         // What is made once and kept is no leak: a leak comes every time.
         constexpr int rounds = 3;
+        Allocations::keepOrigins();
         for (int round = 1; isFine_; ++round) {
+            Allocations::markOrigins();
             runWithFault();
             runCleanly("the session after");
             checkFiles();
@@ -114,9 +117,11 @@ class FaultSession {
             if (after.threads <= before.threads && after.descriptors <= before.descriptors &&
                 after.blocks <= before.blocks)
                 break;
-            if (round == rounds)
+            if (round == rounds) {
                 complain("something is left each time: before " + before.description() + ", after " +
                          after.description());
+                Allocations::writeAddedOrigins(STDERR_FILENO);
+            }
             before = after;
         }
         return isFine_ ? FaultOutcome::passed : FaultOutcome::failed;
@@ -235,7 +240,7 @@ class FaultSession {
     }
     void dispatch() {
         // A daemon may ask for another registration, which is done in here.
-        (void)call("MoxelRunLoopDispatch", milliseconds(50 + 4500), [] { return MoxelRunLoopDispatch(50); });
+        (void)call("MoxelRunLoopDispatch", milliseconds(100 + 4500), [] { return MoxelRunLoopDispatch(50); });
     }
 
     void take(Step step) {
@@ -341,6 +346,10 @@ class FaultSession {
             withdraw(clientID);
         }
         cleanUp();
+        // A message that waits for the caller's thread keeps its session.
+        while (call("MoxelRunLoopDispatch", milliseconds(100 + 4500),
+                    [] { return MoxelRunLoopDispatch(0); }) > 0)
+            continue;
     }
 
     // ------------------------------------------------------------------------------------ Looking

@@ -142,7 +142,7 @@ class Runner {
 
     /// The last lines of what the session wrote.
     [[nodiscard]] std::string logOf(uint64_t number) const {
-        constexpr size_t longest = 6000;
+        constexpr size_t longest = 100000;
         std::ifstream file(folderOf(number) + "/log", std::ios::binary);
         std::string text{std::istreambuf_iterator<char>(file), {}};
         return text.size() > longest ? "...\n" + text.substr(text.find('\n', text.size() - longest) + 1)

@@ -91,10 +91,15 @@ bool run(const CommandLine &line) {
         if (round > 1 && after.threads <= before.threads && after.descriptors <= before.descriptors &&
             after.blocks <= before.blocks)
             return true;
-        if (round == rounds)
+        if (round == rounds) {
             std::printf("FAILED: something is left each time: before %s, after %s\n",
                         before.description().c_str(), after.description().c_str());
+            std::fflush(stdout);
+            Allocations::writeAddedOrigins(STDOUT_FILENO);
+        }
         before = after;
+        Allocations::keepOrigins();
+        Allocations::markOrigins();
         if (round < rounds)
             failEach(line);
     }

@@ -260,6 +260,59 @@ TEST(RunLoop, WorkThatPostsMoreWorkDoesNotHoldDispatchForEver) {
     });
 }
 
+/// A handler that takes longer than a dispatch() begins work for.
+void takeLong() {
+    std::promise<void> never;
+    never.get_future().wait_for(std::chrono::milliseconds(150));
+}
+
+TEST(RunLoop, DispatchBeginsNothingMoreOnceItsTimeIsUp) {
+    onFreshThread([](RunLoop &loop) {
+        int ran = 0;
+        Thread::current()->perform(takeLong);
+        for (int i = 0; i < 3; ++i)
+            Thread::current()->perform([&ran] { ++ran; });
+        EXPECT_EQ(loop.dispatch(-1), 1);
+        EXPECT_TRUE(pollsReadable(loop.descriptor(), 0));
+        EXPECT_EQ(loop.dispatch(0), 3);
+        EXPECT_EQ(ran, 3);
+    });
+}
+
+TEST(RunLoop, DispatchGoesOnBeginningWorkForTheTimeItMayWait) {
+    onFreshThread([](RunLoop &loop) {
+        bool ran = false;
+        Thread::current()->perform(takeLong);
+        Thread::current()->perform([&ran] { ran = true; });
+        EXPECT_EQ(loop.dispatch(60000), 2);
+        EXPECT_TRUE(ran);
+    });
+}
+
+TEST(RunLoop, WorkIsLeftInItsOrder) {
+    onFreshThread([](RunLoop &loop) {
+        std::string order;
+        Thread::current()->perform(takeLong);
+        Thread::current()->perform([&order] { order += 'a'; });
+        Thread::current()->perform([&order] { order += 'b'; });
+        EXPECT_EQ(loop.dispatch(0), 1);
+        Thread::current()->perform([&order] { order += 'c'; });
+        EXPECT_EQ(loop.dispatch(0), 3);
+        EXPECT_EQ(order, "abc");
+    });
+}
+
+TEST(RunLoop, WorkThatIsLeftGoesWithItsThread) {
+    const auto left = std::make_shared<int>();
+    onFreshThread([&left](RunLoop &loop) {
+        Thread::current()->perform(takeLong);
+        Thread::current()->perform([left] {});
+        EXPECT_EQ(loop.dispatch(0), 1);
+        EXPECT_EQ(left.use_count(), 2);
+    });
+    EXPECT_EQ(left.use_count(), 1);
+}
+
 TEST(RunLoop, AnApplicationsOwnSdEventLoopRunsOurSources) {
     onFreshThread([](RunLoop &) {
         sd_event *event = nullptr;

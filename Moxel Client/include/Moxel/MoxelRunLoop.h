@@ -12,8 +12,9 @@ MOXEL_BEGIN_DECLS
 MOXEL_EXPORT int MoxelRunLoopGetFD(void);
 
 /// Runs what is due on the calling thread's run loop, waiting for it at most so many milliseconds (0: not at
-/// all; negative: until something is due). Returns how many items ran, or a negative errno: -EBUSY from
-/// inside a handler.
+/// all; negative: until something is due). It begins nothing more once that time is up and 100 ms have passed
+/// since something ran; the descriptor stays readable for what is left. Returns how many items ran, or a
+/// negative errno: -EBUSY from inside a handler.
 MOXEL_EXPORT int MoxelRunLoopDispatch(int timeoutMilliseconds);
 
 MOXEL_END_DECLS
