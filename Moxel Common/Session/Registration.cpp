@@ -197,7 +197,7 @@ uint16_t registerPendingClient(uint32_t signature, const uint8_t *name, uint16_t
     if (!client)
         return 0;
     const uint16_t clientID = client->registerMoxelClient(signature, name, mode, mask);
-    enterRegisteredClient(client, clientID);
+    enterRegisteredClient(client, clientID); // After a failure too; after a success it changes nothing more.
     return clientID;
 }
 
