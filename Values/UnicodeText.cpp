@@ -77,10 +77,10 @@ char *writeUTF8(char32_t value, char *at) noexcept {
         *at = static_cast<char>(value);
         return at + 1;
     }
-    constexpr uint8_t marks[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    constexpr uint8_t leadMarks[] = {0, 0, 0xC0, 0xE0, 0xF0};
     for (size_t i = size - 1; i > 0; --i, value >>= 6)
         at[i] = static_cast<char>(0x80 | (value & 0x3F));
-    *at = static_cast<char>(marks[size] | value);
+    *at = static_cast<char>(leadMarks[size] | value);
     return at + size;
 }
 

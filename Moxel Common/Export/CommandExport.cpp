@@ -89,6 +89,7 @@ int16_t writeCommands(uint16_t clientID, uint32_t type, int64_t size, const void
         return kMoxelResultFailed;
     const Ref<MxlApplication> application = client->applicationInfo();
     application->setCommandsFile(path);
+    // Always -1, whatever the call returns.
     logInfo("retVal = %i, Commandsfile = %@, channelID=%@", -1, path, application->channelID());
     const Data request = exportRequest("moxclientwrite", "cswritecommands", path);
     logInfo("%s, '>'>'>'> Sending info.. length: %lu", writeFunction, request.size());
