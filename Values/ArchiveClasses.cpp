@@ -9,6 +9,7 @@ namespace moxel {
 
 namespace {
 
+/// The process has one. Any thread.
 class Registry {
   public:
     static Registry &shared() {

@@ -34,7 +34,7 @@ struct ObjectEntry {
     bool operator==(const ObjectEntry &) const = default;
 };
 
-/// Finds entries of equal leaves by their contents.
+/// Finds entries of equal leaves by their contents. One thread at a time.
 class LeafTable {
   public:
     /// The index of an entry of `objects` that equals the leaf; appends one when there is none.

@@ -10,16 +10,14 @@ namespace {
 
 using detail::ArrayNode;
 using detail::DictionaryNode;
+using detail::isContainer;
 using detail::Node;
 
 /// How many members may be copied a second time because their container is held in several places. A tree
 /// without sharing may have any size.
 constexpr size_t maxRepeatedMembers = size_t{1} << 20;
 
-bool isContainer(const Value &value) noexcept {
-    return value.kind() == Kind::array || value.kind() == Kind::dictionary;
-}
-
+/// Lives for one call, on its thread.
 class DeepCopier {
   public:
     Result<Value> copy(const Value &root) {

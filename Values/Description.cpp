@@ -169,7 +169,7 @@ void appendWord(std::string &text, std::string_view word) {
     text += '"';
 }
 
-/// Prints one container.
+/// Prints one container and what it holds. Lives for one call, on its thread.
 class ContainerPrinter {
   public:
     explicit ContainerPrinter(const Value &container) {
@@ -229,7 +229,7 @@ class ContainerPrinter {
     }
 
     void print(const Value &value) {
-        if (value.kind() == Kind::array || value.kind() == Kind::dictionary) {
+        if (detail::isContainer(value)) {
             indent(open_.size());
             open(value);
             return;
@@ -273,7 +273,7 @@ class ContainerPrinter {
 } // namespace
 
 std::string Value::description() const {
-    if (kind_ != Kind::array && kind_ != Kind::dictionary)
+    if (!detail::isContainer(*this))
         return leafText(*this);
     const NestedDescription nested;
     return ContainerPrinter(*this).text();

@@ -77,12 +77,12 @@ class EqualNodes {
 };
 
 /// What comparisons share that run inside each other, on one thread, because records compare their members.
-class Session {
+class NestedComparison {
   public:
-    Session() noexcept : outer_(current_) { current_ = outer_ ? outer_ : this; }
-    ~Session() { current_ = outer_; }
-    Session(const Session &) = delete;
-    Session &operator=(const Session &) = delete;
+    NestedComparison() noexcept : outer_(current_) { current_ = outer_ ? outer_ : this; }
+    ~NestedComparison() { current_ = outer_; }
+    NestedComparison(const NestedComparison &) = delete;
+    NestedComparison &operator=(const NestedComparison &) = delete;
 
     [[nodiscard]] EqualNodes &equalNodes() noexcept { return current_->equalNodes_; }
 
@@ -99,16 +99,16 @@ class Session {
     /// Records nested deeper than this within each other are compared by identity.
     static constexpr int maxDepth = 64;
 
-    static constinit thread_local Session *current_;
+    static constinit thread_local NestedComparison *current_;
 
-    Session *const outer_;
+    NestedComparison *const outer_;
     EqualNodes equalNodes_;
     int depth_ = 0;
 };
 
-constinit thread_local Session *Session::current_ = nullptr;
+constinit thread_local NestedComparison *NestedComparison::current_ = nullptr;
 
-/// One comparison of two values.
+/// One comparison of two values. Lives for one call, on its thread.
 class Comparison {
   public:
     bool run(const Value &a, const Value &b) {
@@ -121,7 +121,7 @@ class Comparison {
                 equal = compareMember(pair.a, pair.b, pair.next++);
         }
         if (!equal)
-            session_.equalNodes().clear();
+            nested_.equalNodes().clear();
         return equal;
     }
 
@@ -168,7 +168,7 @@ class Comparison {
         const auto *genericA = dynamic_cast<const GenericObject *>(&a);
         const auto *genericB = dynamic_cast<const GenericObject *>(&b);
         if (!genericA || !genericB)
-            return session_.areEqual(a, b);
+            return nested_.areEqual(a, b);
         const ArchivedClass &classA = genericA->archivedClass();
         const ArchivedClass &classB = genericB->archivedClass();
         return (&classA == &classB || classA == classB) && compare(genericA->members(), genericB->members());
@@ -176,7 +176,7 @@ class Comparison {
 
     /// Two nodes that are not shared cannot be met together again.
     bool isNew(const Node *a, const Node *b) {
-        return (a->hasOneReference() && b->hasOneReference()) || session_.equalNodes().unite(a, b);
+        return (a->hasOneReference() && b->hasOneReference()) || nested_.equalNodes().unite(a, b);
     }
 
     bool compareMember(const Node *a, const Node *b, size_t index) {
@@ -188,7 +188,7 @@ class Comparison {
         return other && compare(entry.value, other->value);
     }
 
-    Session session_;
+    NestedComparison nested_;
     std::vector<Pair> pending_;
 };
 

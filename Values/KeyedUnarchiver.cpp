@@ -175,6 +175,7 @@ class KeyedUnarchiver {
         return values;
     }
 
+    /// Object 0 is the "$null" that stands for null, not a text: nothing is ever decoded in its place.
     [[nodiscard]] const Value &object(uint64_t index) const {
         return index != 0 && objects_[index].kind() != Kind::dictionary ? objects_[index] : decoded_[index];
     }

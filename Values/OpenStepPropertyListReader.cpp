@@ -271,12 +271,11 @@ bool OpenStepReader::readEscape(std::u16string &units) {
         readOctalEscape(units);
         return true;
     }
-    // Any other character stands for itself.
     constexpr std::string_view letters = "abfnrtv\"'\\";
     constexpr std::u16string_view meanings = u"\a\b\f\n\r\t\v\"'\\";
     const size_t letter = letters.find(c);
     if (letter == std::string_view::npos)
-        return true;
+        return true; // It stands for itself, as the plain text that comes next.
     units += meanings[letter];
     ++at_;
     return true;

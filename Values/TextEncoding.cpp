@@ -1,6 +1,8 @@
 // The encodings in which property lists come as text.
 #include "TextEncoding.h"
 
+#include "UnicodeText.h"
+
 #include <algorithm>
 #include <array>
 
@@ -43,26 +45,6 @@ class UnitReader {
     bool isBigEndian_;
 };
 
-constexpr bool isHighSurrogate(uint32_t unit) noexcept { return unit >= 0xD800 && unit <= 0xDBFF; }
-constexpr bool isLowSurrogate(uint32_t unit) noexcept { return unit >= 0xDC00 && unit <= 0xDFFF; }
-
-void appendUTF8(std::string &text, uint32_t character) {
-    const auto append = [&text](uint32_t byte) { text += static_cast<char>(byte); };
-    if (character < 0x80)
-        return append(character);
-    if (character < 0x800) {
-        append(0xC0 | character >> 6);
-    } else if (character < 0x10000) {
-        append(0xE0 | character >> 12);
-        append(0x80 | (character >> 6 & 0x3F));
-    } else {
-        append(0xF0 | character >> 18);
-        append(0x80 | (character >> 12 & 0x3F));
-        append(0x80 | (character >> 6 & 0x3F));
-    }
-    append(0x80 | (character & 0x3F));
-}
-
 /// Converts all units; pairs of surrogates only in UTF-16.
 Result<std::string_view> convert(const UnitReader &units, bool isUTF16, std::string &text) {
     if (!units.isWhole())
@@ -72,8 +54,8 @@ Result<std::string_view> convert(const UnitReader &units, bool isUTF16, std::str
     for (size_t i = 0; i < units.count(); ++i) {
         uint32_t character = units[i];
         if (isUTF16 && isHighSurrogate(character) && i + 1 < units.count() && isLowSurrogate(units[i + 1]))
-            character = 0x10000 + ((character - 0xD800) << 10) + (units[++i] - 0xDC00);
-        if (isHighSurrogate(character) || isLowSurrogate(character) || character > 0x10FFFF)
+            character = joinedSurrogates(character, units[++i]);
+        if (isSurrogate(character) || character > 0x10FFFF)
             return Error{"code unit " + std::to_string(i) + " is not a character"};
         appendUTF8(text, character);
     }

@@ -10,10 +10,6 @@ namespace {
 
 constexpr char32_t replacement = 0xFFFD;
 
-constexpr bool isHighSurrogate(char32_t unit) noexcept { return unit >= 0xD800 && unit <= 0xDBFF; }
-constexpr bool isLowSurrogate(char32_t unit) noexcept { return unit >= 0xDC00 && unit <= 0xDFFF; }
-constexpr bool isSurrogate(char32_t unit) noexcept { return unit >= 0xD800 && unit <= 0xDFFF; }
-
 /// Length of the run of ASCII at the start.
 size_t asciiPrefix(std::string_view text) noexcept {
     size_t i = 0;
@@ -66,7 +62,7 @@ struct UTF16Step {
 UTF16Step stepUTF16(std::span<const char16_t> units, size_t i) noexcept {
     const char32_t first = units[i];
     if (isHighSurrogate(first) && i + 1 < units.size() && isLowSurrogate(units[i + 1]))
-        return {0x10000 + ((first - 0xD800) << 10) + (units[i + 1] - 0xDC00u), 2};
+        return {joinedSurrogates(first, units[i + 1]), 2};
     return {first, 1};
 }
 
@@ -74,16 +70,17 @@ constexpr size_t encodedSize(char32_t value) noexcept {
     return value < 0x80 ? 1 : value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
 }
 
-char *appendUTF8(char32_t value, char *at) noexcept {
+/// Returns the place behind the character.
+char *writeUTF8(char32_t value, char *at) noexcept {
     const size_t size = encodedSize(value);
     if (size == 1) {
         *at = static_cast<char>(value);
         return at + 1;
     }
-    constexpr uint8_t marks[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    constexpr uint8_t leadMarks[] = {0, 0, 0xC0, 0xE0, 0xF0};
     for (size_t i = size - 1; i > 0; --i, value >>= 6)
         at[i] = static_cast<char>(0x80 | (value & 0x3F));
-    *at = static_cast<char>(marks[size] | value);
+    *at = static_cast<char>(leadMarks[size] | value);
     return at + size;
 }
 
@@ -151,9 +148,14 @@ UTF8Size sizeInUTF8(std::span<const char16_t> units) noexcept {
 void encodeUTF8(std::span<const char16_t> units, char *bytes) noexcept {
     for (size_t i = 0; i < units.size();) {
         const UTF16Step step = stepUTF16(units, i);
-        bytes = appendUTF8(step.value, bytes);
+        bytes = writeUTF8(step.value, bytes);
         i += step.units;
     }
+}
+
+void appendUTF8(std::string &text, char32_t character) {
+    char bytes[4];
+    text.append(bytes, writeUTF8(character, bytes));
 }
 
 std::u16string decodedUTF16(std::string_view text) {

@@ -9,6 +9,16 @@
 
 namespace moxel::detail {
 
+/// The halves of a UTF-16 pair, and either of them.
+constexpr bool isHighSurrogate(char32_t unit) noexcept { return unit >= 0xD800 && unit <= 0xDBFF; }
+constexpr bool isLowSurrogate(char32_t unit) noexcept { return unit >= 0xDC00 && unit <= 0xDFFF; }
+constexpr bool isSurrogate(char32_t unit) noexcept { return unit >= 0xD800 && unit <= 0xDFFF; }
+
+/// The character that a pair of surrogates stands for.
+constexpr char32_t joinedSurrogates(char32_t high, char32_t low) noexcept {
+    return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
+}
+
 /// One step through text.
 struct CodePoint {
     char32_t value;
@@ -40,6 +50,9 @@ struct UTF8Size {
 [[nodiscard]] UTF8Size sizeInUTF8(std::span<const char16_t> units) noexcept;
 /// Writes exactly sizeInUTF8(units).bytes bytes.
 void encodeUTF8(std::span<const char16_t> units, char *bytes) noexcept;
+
+/// Appends a character of at most U+10FFFF; a surrogate in its three-byte form.
+void appendUTF8(std::string &text, char32_t character);
 
 /// Units of UTF-8 that may hold surrogates in their three-byte form.
 [[nodiscard]] std::u16string decodedUTF16(std::string_view text);

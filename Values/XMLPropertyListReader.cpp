@@ -160,8 +160,9 @@ Result<Value> XMLReader::read(std::span<const uint8_t> bytes) {
     const size_t start = std::min(text.find_first_not_of(" \t\r\n"), text.size());
     firstLine_ = static_cast<size_t>(std::ranges::count(text.substr(0, start), '\n'));
     // What was converted is UTF-8 by now, whatever it declares.
-    const bool isConverted = detail::detectTextEncoding(bytes).encoding != detail::TextEncoding::bytes;
-    const bool hasMark = detail::detectTextEncoding(bytes).markSize > 0;
+    const detail::DetectedEncoding detected = detail::detectTextEncoding(bytes);
+    const bool isConverted = detected.encoding != detail::TextEncoding::bytes;
+    const bool hasMark = detected.markSize > 0;
     parser_.reset(XML_ParserCreate(isConverted || hasMark ? "UTF-8" : nullptr));
     if (!parser_)
         return Error{"XML property list: out of memory", ENOMEM};

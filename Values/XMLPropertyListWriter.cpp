@@ -276,7 +276,7 @@ bool XMLWriter::writeSpecial(std::string_view rest) {
         text_ += "&gt;";
     } else if (value == '\r') {
         text_ += "&#13;"; // a bare one would be read as a line feed
-    } else if (value < 0x20 || (value >= 0xD800 && value <= 0xDFFF) || value == 0xFFFE || value == 0xFFFF) {
+    } else if (value < 0x20 || detail::isSurrogate(value) || value == 0xFFFE || value == 0xFFFF) {
         char name[16];
         std::snprintf(name, sizeof name, "U+%04X", static_cast<unsigned>(value));
         return fail("XML cannot hold the character " + std::string(name) + ", which stands");

@@ -10,6 +10,7 @@
 
 namespace moxel {
 
+/// Logs the exception that is being handled; inside a catch clause only.
 void logEscapedException(const char *function) noexcept;
 
 /// Runs the body of an exported function; an exception becomes an error line and `failure`.

@@ -1,4 +1,5 @@
 // Sends the application's own bytes to the daemon, in slices when they are many.
+#include "Control/RequestSending.h"
 #include "ExportedCall.h"
 #include "Helpers/Logging.h"
 #include "Protocol/WireLayouts.h"
@@ -18,18 +19,13 @@ constexpr const char *function = "int16_t MoxelClientSendMessage(uint16_t, uint3
 /// What MoxelClientSendMessage alone reports when a send fails.
 constexpr int16_t sendFailed = 1;
 
-bool sendBytes(MoxelClientAPI &client, std::span<const uint8_t> bytes, bool requireACK) {
-    return client.sendUserRequestData(Data(bytes), client.m_refHIDChannelDedicated(), wire::userRequestID,
-                                      wire::userRequestCommand, requireACK);
-}
-
 /// Sends every slice, whatever became of the one before; true when the last one has been acknowledged.
 bool sendSlices(MoxelClientAPI &client, std::span<const uint8_t> bytes) {
     bool sent = false;
     for (size_t start = 0; start < bytes.size(); start += wire::messageSliceSize) {
         const size_t length = std::min(wire::messageSliceSize, bytes.size() - start);
         logInfo("reading off %lu bytes / %@", length, format("{%lu, %lu}", start, length));
-        sent = sendBytes(client, bytes.subspan(start, length), true);
+        sent = sendRequest(client, Data(bytes.subspan(start, length)), true);
         logInfo("%s sendUserRequestData returning, %i (%@)", function, sent, successOrFailure(sent));
     }
     return sent;
@@ -42,7 +38,7 @@ int16_t sendMessage(uint16_t clientID, std::span<const uint8_t> bytes) {
         return kMoxelResultFailed;
     if (bytes.size() > wire::messageSliceSize)
         return sendSlices(*client, bytes) ? int16_t{kMoxelResultOK} : sendFailed;
-    const bool sent = sendBytes(*client, bytes, false);
+    const bool sent = sendRequest(*client, Data(bytes), false);
     logInfo("%s returning %i (%@)", function, sent, successOrFailure(sent));
     return sent ? int16_t{kMoxelResultOK} : sendFailed;
 }

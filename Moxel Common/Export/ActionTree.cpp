@@ -32,7 +32,7 @@ const Node *childrenOf(const Node &node) {
     return isContainer ? node.children : nullptr;
 }
 
-/// Converts one tree, with a stack of its own in place of recursion.
+/// Converts one tree, with a stack of its own in place of recursion. Lives for one call, on its thread.
 class TreeWalk {
   public:
     TreeWalk(const Node *list, MutableDictionary dictionary) {

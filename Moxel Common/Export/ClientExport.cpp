@@ -3,7 +3,6 @@
 #include "Export/ExportFile.h"
 #include "Helpers/Logging.h"
 #include "Platform/Process.h"
-#include "Protocol/WireLayouts.h"
 #include <Moxel/MxlPlistDictionaries.h>
 
 #include <cerrno>
@@ -70,11 +69,6 @@ Data exportRequest(const char *request, const char *command, const String &param
     Result<Data> archive = archivedDataWithRootObject(
         Dictionary{{kMxKeyRequest, request}, {"ctrlcmd", command}, {"ctrlparm", parameter}});
     return archive.ok() ? *archive : Data();
-}
-
-bool sendExport(MoxelClientAPI &client, const Data &request) {
-    return client.sendUserRequestData(request, client.m_refHIDChannelDedicated(), wire::userRequestID,
-                                      wire::userRequestCommand, true);
 }
 
 void logExportError(const char *function, const Error &error) {

@@ -1,5 +1,5 @@
-// What the export functions share: where a client's files lie, how they are read, and how the daemon hears of
-// them.
+// What the export functions share: where a client's files lie, how they are read, and what the daemon is told
+// of them.
 #pragma once
 
 #include "Platform/Result.h"
@@ -20,11 +20,8 @@ enum class ExportFile { commands, images, settings };
 /// when the system cannot read it now, so that what it holds is not replaced.
 [[nodiscard]] Result<MutableDictionary> readOrBeginExport(const String &path);
 
-/// The archived request of three texts.
+/// The archived request of three texts; null when it cannot be archived.
 [[nodiscard]] Data exportRequest(const char *request, const char *command, const String &parameter);
-
-/// Sends an archived request and waits for its acknowledgement.
-[[nodiscard]] bool sendExport(MoxelClientAPI &client, const Data &request);
 
 /// "Error: FUNCTION: MESSAGE"
 void logExportError(const char *function, const Error &error);

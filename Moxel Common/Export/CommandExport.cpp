@@ -1,4 +1,5 @@
 // Hands the driver an application's commands, and tells it which set of them is active.
+#include "Control/RequestSending.h"
 #include "Export/ClientExport.h"
 #include "Export/ExportFile.h"
 #include "ExportedCall.h"
@@ -88,10 +89,11 @@ int16_t writeCommands(uint16_t clientID, uint32_t type, int64_t size, const void
         return kMoxelResultFailed;
     const Ref<MxlApplication> application = client->applicationInfo();
     application->setCommandsFile(path);
+    // Always -1, whatever the call returns.
     logInfo("retVal = %i, Commandsfile = %@, channelID=%@", -1, path, application->channelID());
     const Data request = exportRequest("moxclientwrite", "cswritecommands", path);
     logInfo("%s, '>'>'>'> Sending info.. length: %lu", writeFunction, request.size());
-    return sendExport(*client, request) ? kMoxelResultOK : kMoxelResultFailed;
+    return sendRequest(*client, request, true) ? kMoxelResultOK : kMoxelResultFailed;
 }
 
 // ------------------------------------------------------------------------------------------ Active set
@@ -127,7 +129,7 @@ int16_t activateActionSet(uint16_t clientID, const char *actionSetID) {
     if (!path || !writeActiveSet(path, identifier) || !actionSetID)
         return kMoxelResultFailed;
     const Data request = exportRequest("moxclientactset", "csactiveset", identifier);
-    return sendExport(*client, request) ? kMoxelResultOK : kMoxelResultFailed;
+    return sendRequest(*client, request, true) ? kMoxelResultOK : kMoxelResultFailed;
 }
 
 } // namespace

@@ -32,6 +32,17 @@ void store(String *result, const String &value) {
         *result = value;
 }
 
+// The active one of an application's action sets, and its identifier.
+Dictionary activeSetOf(const Dictionary &commands, String *returningID) {
+    if (!commands)
+        return nullptr;
+    String identifier = commands[kMxKeyActiveSetID].asString();
+    if (!identifier)
+        identifier = "Default";
+    store(returningID, identifier);
+    return commands[identifier.view()].asDictionary();
+}
+
 } // namespace
 
 String MxlPlistDictionaries::idForLabel(const String &label, const Dictionary &inCommandSet) const {
@@ -93,21 +104,13 @@ MutableArray MxlPlistDictionaries::commandSetIDsForSetting(const Dictionary &pre
 Dictionary MxlPlistDictionaries::activeCommandSetForBundleID(const String &bundleID, const String &appName,
                                                              const String &andClientName,
                                                              String *returningID) const {
-    const Dictionary commands =
-        appExportedDictUsingBundleID(bundleID, appName, andClientName, kMxKeySyncFileCmds);
-    if (!commands)
-        return nullptr;
-    String identifier = commands[kMxKeyActiveSetID].asString();
-    if (!identifier)
-        identifier = "Default";
-    store(returningID, identifier);
-    return commands[identifier.view()].asDictionary();
+    return activeSetOf(appExportedDictUsingBundleID(bundleID, appName, andClientName, kMxKeySyncFileCmds),
+                       returningID);
 }
 
 Dictionary MxlPlistDictionaries::activeCommandSetForPrefs(const Dictionary &prefs,
                                                           String *returningID) const {
-    return activeCommandSetForBundleID(prefs[kMxKeyBundleID].asString(), prefs[kMxKeyApplication].asString(),
-                                       prefs[kMxKeyClientName].asString(), returningID);
+    return activeSetOf(appExportedCommandsDictUsingPrefs(prefs), returningID);
 }
 
 String MxlPlistDictionaries::activeCommandSetIDForBundleID(const String &bundleID, const String &appName,
@@ -118,9 +121,7 @@ String MxlPlistDictionaries::activeCommandSetIDForBundleID(const String &bundleI
 }
 
 String MxlPlistDictionaries::activeCommandSetIDForPrefs(const Dictionary &prefs) const {
-    return activeCommandSetIDForBundleID(prefs[kMxKeyBundleID].asString(),
-                                         prefs[kMxKeyApplication].asString(),
-                                         prefs[kMxKeyClientName].asString());
+    return appExportedCommandsDictUsingPrefs(prefs)[kMxKeyActiveSetID].asString();
 }
 
 } // namespace moxel

@@ -14,7 +14,7 @@ namespace moxel {
 /// What an action set or a category says of itself, beside its members.
 inline constexpr std::array<std::string_view, 4> containerAttributes = {"description", "type", "id", "label"};
 
-/// One search. The stack stays constant at any depth.
+/// One search, which lives for one call, on its thread. The stack stays constant at any depth.
 class CommandSearch {
   public:
     CommandSearch(const String &text, bool exact, bool single, uint16_t &finds)

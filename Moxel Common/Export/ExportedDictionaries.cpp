@@ -58,9 +58,13 @@ Dictionary contentOf(const String &path, std::string_view type) {
 
 } // namespace
 
-Dictionary MxlPlistDictionaries::appExportedCommandsDictUsingPrefs(const Dictionary &prefs) const {
+Dictionary MxlPlistDictionaries::exportedDictionary(const Dictionary &prefs, const String &ofType) const {
     return appExportedDictUsingBundleID(prefs[kMxKeyBundleID].asString(), prefs[kMxKeyApplication].asString(),
-                                        prefs[kMxKeyClientName].asString(), kMxKeySyncFileCmds);
+                                        prefs[kMxKeyClientName].asString(), ofType);
+}
+
+Dictionary MxlPlistDictionaries::appExportedCommandsDictUsingPrefs(const Dictionary &prefs) const {
+    return exportedDictionary(prefs, kMxKeySyncFileCmds);
 }
 
 Dictionary MxlPlistDictionaries::appExportedDictUsingBundleID(const String &bundleID, const String &appName,

@@ -1,4 +1,5 @@
 // Hands the driver an application's images.
+#include "Control/RequestSending.h"
 #include "Export/ClientExport.h"
 #include "Export/ExportFile.h"
 #include "ExportedCall.h"
@@ -48,8 +49,9 @@ int16_t writeImages(uint16_t clientID, uint32_t type, const void *data, size_t c
     if (!writeExportDictionary(path.string(), *content).ok())
         return kMoxelResultFailed;
     client->applicationInfo()->setImagesFile(path);
-    return sendExport(*client, exportRequest("moxclientwrite", "cswriteimgages", path)) ? kMoxelResultOK
-                                                                                        : kMoxelResultFailed;
+    // The daemon expects the word as it is spelled here.
+    const Data request = exportRequest("moxclientwrite", "cswriteimgages", path);
+    return sendRequest(*client, request, true) ? kMoxelResultOK : kMoxelResultFailed;
 }
 
 } // namespace

@@ -21,13 +21,11 @@ Data imageBytes(const Dictionary &entry) {
 } // namespace
 
 Dictionary MxlPlistDictionaries::imageDictionaryForPrefs(const Dictionary &prefs) const {
-    return appExportedDictUsingBundleID(prefs[kMxKeyBundleID].asString(), prefs[kMxKeyApplication].asString(),
-                                        prefs[kMxKeyClientName].asString(), kMxKeySyncFileImgs);
+    return exportedDictionary(prefs, kMxKeySyncFileImgs);
 }
 
 Dictionary MxlPlistDictionaries::navSettingsDictionaryForPrefs(const Dictionary &prefs) const {
-    return appExportedDictUsingBundleID(prefs[kMxKeyBundleID].asString(), prefs[kMxKeyApplication].asString(),
-                                        prefs[kMxKeyClientName].asString(), kMxKeySyncFileNavSettings);
+    return exportedDictionary(prefs, kMxKeySyncFileNavSettings);
 }
 
 Dictionary MxlPlistDictionaries::imageEntry(const String &identifier, const Dictionary &prefs) const {

@@ -156,6 +156,7 @@ String MxlPlistDictionaries::exportedCommandsDirPath(bool create, const String &
 }
 
 String MxlPlistDictionaries::getSyncedApplicationsFilePath(bool create) const {
+    // Unlike the export folders, the index is looked for where the library folder is now.
     const auto base = exportBaseFolder();
     if (!base)
         return nullptr;
@@ -163,6 +164,7 @@ String MxlPlistDictionaries::getSyncedApplicationsFilePath(bool create) const {
     if (!create || exists(index))
         return index;
     if (const auto made = makeExportFolder(*base); !made) {
+        // Without the path, which this line has never told.
         logError("%s, Error creating %@. Error: %@ ", indexPathMethod, String(), made.error().message);
         return nullptr;
     }

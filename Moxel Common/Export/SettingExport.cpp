@@ -1,4 +1,5 @@
 // Writes and reads single settings of an application, which the driver knows by its settings file.
+#include "Control/RequestSending.h"
 #include "Export/ClientExport.h"
 #include "Export/ExportFile.h"
 #include "ExportedCall.h"
@@ -53,7 +54,7 @@ int16_t setSettingValue(uint16_t clientID, const char *name, const char *value) 
     if (observer && !observer->isObserving())
         observer->observeFile(path);
     client->applicationInfo()->setSettingsFile(path);
-    const bool sent = sendExport(*client, exportRequest("moxclientwrite", "cswritesettings", path));
+    const bool sent = sendRequest(*client, exportRequest("moxclientwrite", "cswritesettings", path), true);
     (void)sent; // The setting is written; the sender has logged what went wrong.
     return kMoxelResultOK;
 }

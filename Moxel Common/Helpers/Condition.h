@@ -23,6 +23,15 @@ class Condition {
         lock.release();
         return signalled;
     }
+    /// With the lock held: waits until something holds. Whether it does in the end.
+    template <class Predicate>
+    [[nodiscard]] bool waitUntil(Clock::time_point deadline, Predicate &&holds) {
+        while (!holds()) {
+            if (!waitUntil(deadline))
+                return holds();
+        }
+        return true;
+    }
 
   private:
     std::mutex mutex_;

@@ -6,28 +6,10 @@ namespace moxel {
 
 namespace {
 
-constexpr bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
-
-constexpr bool isLowSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xDC00; }
-
 constexpr bool isWhitespace(char32_t character) {
     return character == U'\t' || character == U' ' || character == 0xA0 || character == 0x1680 ||
            (character >= 0x2000 && character <= 0x200A) || character == 0x202F || character == 0x205F ||
            character == 0x3000;
-}
-
-void appendUTF8(std::string &text, char32_t character) {
-    const bool isCharacter = character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
-    const char32_t code = isCharacter ? character : U'\uFFFD';
-    const auto tail = [code](int shift) { return static_cast<char>(0x80 | ((code >> shift) & 0x3F)); };
-    if (code < 0x80)
-        text += static_cast<char>(code);
-    else if (code < 0x800)
-        text += {static_cast<char>(0xC0 | (code >> 6)), tail(0)};
-    else if (code < 0x10000)
-        text += {static_cast<char>(0xE0 | (code >> 12)), tail(6), tail(0)};
-    else
-        text += {static_cast<char>(0xF0 | (code >> 18)), tail(12), tail(6), tail(0)};
 }
 
 } // namespace
@@ -36,18 +18,20 @@ std::u32string utf32FromUTF16(std::u16string_view units) {
     std::u32string text;
     for (size_t i = 0; i < units.size(); ++i) {
         const char16_t unit = units[i];
-        if (isHighSurrogate(unit) && i + 1 < units.size() && isLowSurrogate(units[i + 1]))
-            text += static_cast<char32_t>(0x10000 + ((unit & 0x3FF) << 10 | (units[++i] & 0x3FF)));
+        if (detail::isHighSurrogate(unit) && i + 1 < units.size() && detail::isLowSurrogate(units[i + 1]))
+            text += detail::joinedSurrogates(unit, units[++i]);
         else
-            text += isHighSurrogate(unit) || isLowSurrogate(unit) ? U'?' : static_cast<char32_t>(unit);
+            text += detail::isSurrogate(unit) ? U'?' : char32_t{unit};
     }
     return text;
 }
 
 String stringFromUTF32(const char32_t *units) {
     std::string text;
-    for (; *units; ++units)
-        appendUTF8(text, *units);
+    for (; *units; ++units) {
+        const bool isCharacter = *units <= 0x10FFFF && !detail::isSurrogate(*units);
+        detail::appendUTF8(text, isCharacter ? *units : U'\uFFFD');
+    }
     return text;
 }
 

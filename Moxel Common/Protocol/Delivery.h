@@ -4,14 +4,15 @@
 namespace moxel::delivery {
 
 enum Kind : int {
-    stateRecord = 0,         ///< "data": 48 bytes.
-    preferencesChanged = 1,  ///< "prefs": bytes or absent.
+    /// "data": 48 bytes. Not sent by the library, whose own records need no dictionary (StateForwarder.h).
+    stateRecord = 0,
+    /// "prefs": bytes or absent. The library sends "arg" instead, so that the handler gets null.
+    preferencesChanged = 1,
     deviceAdded = 2,         ///< "pid": device identifier.
     deviceRemoved = 3,       ///< "pid": device identifier.
     commandSync = 5,         ///< "data": 506 bytes.
     settingsFileChanged = 6, ///< "arg": a MoxelSettingsChange.
     pairingInformation = 7,  ///< "arg": length and archive.
-    kinds = 8,
 };
 
 } // namespace moxel::delivery

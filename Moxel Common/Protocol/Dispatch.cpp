@@ -83,7 +83,7 @@ void MoxelClientAPI::deliverCommandSync(const Dictionary &message) {
 void MoxelClientAPI::deliverPreferences(const Dictionary &message) {
     const uint32_t argument = message["arg"].uint32Value();
     setM_dataDevicePrefs(message["prefs"].asData());
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the handler gets the number in place of a pointer.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a threaded handler gets the number in place of a pointer.
     deliverMessage(kMoxelMsgPrefsChanged, reinterpret_cast<void *>(uintptr_t{argument}), [&] {
         return Dictionary{{"handler", int{delivery::preferencesChanged}},
                           {"pid", uint32_t{kMoxelAnyProduct}},
@@ -124,6 +124,7 @@ void MoxelClientAPI::deliverDeviceRemoved(const Dictionary &message) {
     const _MoxelRemovedHandlerProc withContext = deviceRemovedHandler2_;
     if (!plain && !withContext)
         return;
+    // One handler here; callRemovedHandlers(), which delivers what is forwarded, calls both.
     if (!allowThreadedCallback_)
         forwardToCallerThread({{"handler", int{delivery::deviceRemoved}}, {"pid", deviceID}});
     else if (plain)
@@ -154,6 +155,7 @@ std::shared_ptr<void> MoxelClientAPI::placeInCallerQueue(size_t bytes) {
     ++forwardedMessages_;
     forwardedBytes_ += bytes;
     callerThreadWatch_->posted();
+    // The pointer only has to differ from null; what counts is the deleter.
     return {this, [client = weak_from_this(), bytes](void *) {
                 if (const std::shared_ptr<MoxelClientAPI> counted = client.lock()) {
                     counted->callerThreadWatch_->taken();

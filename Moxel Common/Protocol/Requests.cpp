@@ -1,5 +1,4 @@
-// Sends requests through storage slot 1 and waits for their acknowledgement; acknowledges the daemon's
-// packets.
+// Sends requests through storage slot 1 and waits for their acknowledgement.
 #include "Helpers/Condition.h"
 #include "Helpers/Logging.h"
 #include "Protocol/WireLayouts.h"
@@ -62,27 +61,11 @@ bool MoxelClientAPI::waitForAcknowledgement() {
     const std::shared_ptr<Condition> condition = m_conditionSignal();
     const auto deadline = Condition::Clock::now() + acknowledgementLimit;
     const std::lock_guard lock(*condition);
-    while (!m_bPacketACK()) {
-        if (!condition->waitUntil(deadline))
-            break;
-    }
-    const bool acknowledged = m_bPacketACK();
+    const bool acknowledged = condition->waitUntil(deadline, [this] { return m_bPacketACK(); });
     if (!acknowledged)
         logError("%s, Error: Timeout - Failed to receive ACK packet in time...!", sendSelector);
     setM_bPacketACK(false);
     return acknowledged;
-}
-
-bool MoxelClientAPI::sendPacketACKToDaemon() {
-    const HIDDeviceReference channel = m_refHIDChannelDedicated();
-    if (!channel || !m_bClientRegistered())
-        return false;
-    wire::PacketAcknowledgement packet{};
-    packet.m_DataID = wire::packetAcknowledgement;
-    packet.length = sizeof packet;
-    packet.one = 1;
-    packet.code = 0x32;
-    return SetReport(channel.get(), channelID(), wire::controlReport, &packet, sizeof packet);
 }
 
 } // namespace moxel

@@ -16,7 +16,8 @@ class Thread;
 /// Records travel in work items that are used over and over. While the caller thread lags, a waiting record
 /// that the backlog rule would drop on delivery anyway (there is a newer one behind it) is overwritten in
 /// place by the next, so that motion needs no more memory however long the caller thread sleeps. Records that
-/// are never dropped wait each in an item of its own, up to a limit.
+/// are never dropped wait each in an item of its own, up to a limit. Lives on the client thread; items come
+/// back from any.
 class StateForwarder {
   public:
     explicit StateForwarder(MoxelClientAPI &client);
@@ -32,7 +33,8 @@ class StateForwarder {
 
     /// Whether a record may be dropped under a backlog.
     [[nodiscard]] static bool isDroppable(const MoxelStateRecord &record) noexcept {
-        return record.command != 2 && record.command != 10 && record.command != 11;
+        return record.command != kMoxelStateButtons && record.command != kMoxelStateApplicationEvent &&
+               record.command != kMoxelStateDeviceAction;
     }
 
   private:

@@ -74,8 +74,8 @@ Ref<MxlApplication> MxlApplication::copyWithZone() const {
     copy->setProcessid(processid());
     copy->setMode(mode());
     copy->setMask(mask());
-    copy->setBundleid(
-        bundleid()); // A second time, where the button mask would be expected: copies have none.
+    // A second time, where the button mask would be expected: copies have none.
+    copy->setBundleid(bundleid());
     copy->setSwitches(switches());
     copy->setChannelID(channelID());
     return copy;

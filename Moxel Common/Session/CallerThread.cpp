@@ -18,12 +18,12 @@ void *pointerTo(const Data &data) { return const_cast<uint8_t *>(data.bytes().da
 } // namespace
 
 void MoxelClientAPI::callerThreadProxy(const Dictionary &message) {
-    const int64_t kind = message["handler"].int64Value();
-    if (!bClientReady() || kind >= delivery::kinds)
+    if (!bClientReady())
         return;
     const uint32_t productID = message["pid"].uint32Value();
-    switch (kind) {
+    switch (message["handler"].int64Value()) {
     case delivery::stateRecord:
+        // Without a handler or a record the count of outstanding ones stays.
         if (hasMessageHandler() && message["data"])
             deliverStateData(productID, message["data"].asData());
         return;

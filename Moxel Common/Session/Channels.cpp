@@ -37,6 +37,7 @@ void ChannelConnectedEntry(void *context, HIDStatus, HIDManager *sender, const H
     constexpr const char *function = "void ChannelConnectedEntry(void *, IOReturn, void *, IOHIDDeviceRef)";
     auto &client = *static_cast<MoxelClientAPI *>(context);
     logInfo("%s ---- %@", function, device->description());
+    // For diagnosis: each says so on standard output when the device lacks it.
     HIDUtility::getIntProperty(device.get(), hidPrimaryUsageKey.data());
     HIDUtility::getIntProperty(device.get(), hidPrimaryUsagePageKey.data());
     HIDUtility::getVendorID(device.get());
@@ -96,7 +97,7 @@ void MoxelClientAPI::channelConnected(const HIDDeviceReference &device, HIDManag
     constexpr const char *selector = "-[MoxelClientAPI channelConnected:fromSender:]";
     logInfo("%s, self=%p, channelConnected %@", selector, static_cast<const void *>(this),
             device->description());
-    setM_refHIDChannelDedicated(device);
+    setM_refHIDChannelDedicated(device); // Wakes nobody: who waits for the channel waits until it is open.
     if (device->open() != HIDStatus::success) {
         logError("%s. Error!! Failed to pen application channel!", selector);
         return;

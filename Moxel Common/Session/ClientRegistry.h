@@ -52,7 +52,8 @@ ClientRegistry &gClients();
 [[nodiscard]] uint64_t currentThreadKey();
 
 /// Moves the calling thread's session from the pending to the registered ones, unless the identifier is
-/// taken.
+/// taken. A session whose registration failed goes the same way, under 0, so that the thread is free to
+/// install handlers again.
 void enterRegisteredClient(const ClientRegistry::Client &client, uint16_t clientID);
 
 } // namespace moxel

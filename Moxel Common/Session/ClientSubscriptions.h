@@ -6,6 +6,7 @@
 
 namespace moxel {
 
+/// Guarded by the client's fieldMutex_ once its thread runs.
 struct MoxelClientAPI::Subscriptions {
     NotificationSubscription fileChange;
     NotificationSubscription callerThreadExit;

@@ -63,6 +63,7 @@ int16_t setHandlers(MoxelMessageHandlerProc messageHandler, MoxelAddedHandlerPro
     });
     if (installation.alreadyPending)
         return kMoxelResultAlreadyPending;
+    // Looks again: the channel may have opened after the wait for it was over.
     return installationResult(function, installation.client);
 }
 
@@ -81,7 +82,7 @@ int16_t setHandlersWithContext(_MoxelMessageHandlerProc messageHandler, _MoxelAd
     });
     if (installation.alreadyPending)
         return kMoxelResultAlreadyPending;
-    if (installation.client && !installation.connected)
+    if (installation.client && !installation.connected) // Unlike above, without a second look.
         return kMoxelResultNoChannel;
     return installationResult(function, installation.client);
 }

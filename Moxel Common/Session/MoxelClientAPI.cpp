@@ -125,11 +125,8 @@ bool MoxelClientAPI::clientInit() {
     const auto deadline = Condition::Clock::now() + std::chrono::seconds(2);
     const std::shared_ptr<Condition> condition = m_conditionSignal();
     const std::lock_guard lock(*condition);
-    while (!m_refHIDChannelBase() || !m_bHIDChannelBaseOpen()) {
-        if (!condition->waitUntil(deadline))
-            break;
-    }
-    return m_refHIDChannelBase() && m_bHIDChannelBaseOpen();
+    return condition->waitUntil(deadline,
+                                [this] { return m_refHIDChannelBase() && m_bHIDChannelBaseOpen(); });
 }
 
 // ------------------------------------------------------------------------------------------ Notifications

@@ -1,10 +1,10 @@
-// Registers a session with the daemon and takes the registration back.
+// Registers a session with the daemon.
+#include "Control/RequestSending.h"
 #include "ExportedCall.h"
 #include "Helpers/Condition.h"
 #include "Helpers/Logging.h"
 #include "Helpers/TextConversion.h"
 #include "Platform/Process.h"
-#include "Platform/Thread.h"
 #include "Protocol/WireLayouts.h"
 #include "Session/ApplicationBundle.h"
 #include "Session/ClientRegistry.h"
@@ -18,6 +18,7 @@ namespace moxel {
 
 namespace {
 
+constexpr const char *registerSelector = "-[MoxelClientAPI registerMoxelClient:name:mode:andMask:]";
 constexpr std::chrono::milliseconds dedicatedChannelLimit{2500};
 constexpr std::chrono::milliseconds registrationAnswerLimit{2000};
 constexpr uint32_t defaultSwitches = 0x80000000;
@@ -44,12 +45,9 @@ MoxelAppInfoRecord makeAppInfoRecord(uint16_t exitState, const String &name) {
 
 } // namespace
 
-// ------------------------------------------------------------------------------------------ Registration
-
 uint16_t MoxelClientAPI::registerMoxelClient(uint32_t signature, const uint8_t *name, uint16_t mode,
                                              uint32_t andMask) {
-    constexpr const char *selector = "-[MoxelClientAPI registerMoxelClient:name:mode:andMask:]";
-    logInfo("*** %s, client=%p", selector, static_cast<const void *>(this));
+    logInfo("*** %s, client=%p", registerSelector, static_cast<const void *>(this));
     if (!m_refHIDChannelBase() || !m_bHIDChannelBaseOpen())
         return 0;
     const std::shared_ptr<Condition> condition = m_conditionSignal();
@@ -58,10 +56,11 @@ uint16_t MoxelClientAPI::registerMoxelClient(uint32_t signature, const uint8_t *
         return m_bReRegistrationRequest();
     }();
     if (isReRegistration) {
-        logInfo("%s - RE-Registration .. using appinfo: %@", selector, applicationInfo()->description());
+        logInfo("%s - RE-Registration .. using appinfo: %@", registerSelector,
+                applicationInfo()->description());
     } else {
         fillApplicationInfo(signature, name, mode, andMask);
-        requestChannelCreation(selector);
+        requestChannelCreation(registerSelector);
     }
     {
         // A first registration waits for the daemon's answer; a repeated one is answered already.
@@ -72,25 +71,26 @@ uint16_t MoxelClientAPI::registerMoxelClient(uint32_t signature, const uint8_t *
     logInfo(
         "****************** %s Waiting for final driver responses and flag changes. bIsReRegistration=%i, "
         "m_bHIDChannelDedicatedOpen=%i",
-        selector, isReRegistration, m_bHIDChannelDedicatedOpen());
+        registerSelector, isReRegistration, m_bHIDChannelDedicatedOpen());
     if (!waitForDedicatedChannel()) {
-        logError("%s, Error: Timeout - Failed to connect to dedicated communication channel!", selector);
+        logError("%s, Error: Timeout - Failed to connect to dedicated communication channel!",
+                 registerSelector);
         return 0;
     }
-    logInfo("%s, Dedicated communication channel established! Sending registration data:", selector);
+    logInfo("%s, Dedicated communication channel established! Sending registration data:", registerSelector);
     if (!sendRegistrationData(isReRegistration)) {
-        logError("%s, Failed to send registration data!! Returning with no valid handle!", selector);
+        logError("%s, Failed to send registration data!! Returning with no valid handle!", registerSelector);
         return 0;
     }
     if (!waitForRegistrationAnswer()) {
-        logError("%s, Error: Timeout - Failed to complete application registration!", selector);
+        logError("%s, Error: Timeout - Failed to complete application registration!", registerSelector);
         return 0;
     }
     const uint16_t clientID = applicationInfo()->clientid().uint16Value();
-    logInfo("%s, RegisterMoxelClient() -> Registration complete! ClientID = %i %x. Done.", selector, clientID,
-            clientID);
+    logInfo("%s, RegisterMoxelClient() -> Registration complete! ClientID = %i %x. Done.", registerSelector,
+            clientID, clientID);
     if (setAppInfoRecordExitState(wire::running))
-        logInfo("%s, AppInfoRecord set.", selector);
+        logInfo("%s, AppInfoRecord set.", registerSelector);
     enterRegisteredClient(shared_from_this(), clientID);
     return clientID;
 }
@@ -132,7 +132,6 @@ void MoxelClientAPI::requestChannelCreation(const char *selector) {
 }
 
 bool MoxelClientAPI::waitForDedicatedChannel() {
-    constexpr const char *selector = "-[MoxelClientAPI registerMoxelClient:name:mode:andMask:]";
     const std::shared_ptr<Condition> condition = m_conditionSignal();
     const auto deadline = Condition::Clock::now() + dedicatedChannelLimit;
     bool signalled = true;
@@ -142,39 +141,34 @@ bool MoxelClientAPI::waitForDedicatedChannel() {
         logInfo(
             "****************** %s preWaiting for dedicated cahnnel: m_bHIDChannelDedicatedOpen=%i, ref=%@, "
             "signalled=%i ",
-            selector, m_bHIDChannelDedicatedOpen(), describe(m_refHIDChannelDedicated()), signalled);
+            registerSelector, m_bHIDChannelDedicatedOpen(), describe(m_refHIDChannelDedicated()), signalled);
         for (;;) {
             const bool connected = m_refHIDChannelDedicated() != nullptr;
             open = connected && m_bHIDChannelDedicatedOpen();
             if (open || !signalled)
                 break;
             logInfo("****************** %s Waiting for dedicated cahnnel: m_bHIDChannelDedicatedOpen=%i",
-                    selector, m_bHIDChannelDedicatedOpen());
+                    registerSelector, m_bHIDChannelDedicatedOpen());
             signalled = condition->waitUntil(deadline);
         }
     }
     logInfo("****************** %s postWaiting for dedicated cahnnel: m_bHIDChannelDedicatedOpen=%i, ref=%@, "
             "signalled=%i ",
-            selector, m_bHIDChannelDedicatedOpen(), describe(m_refHIDChannelDedicated()), signalled);
+            registerSelector, m_bHIDChannelDedicatedOpen(), describe(m_refHIDChannelDedicated()), signalled);
     return open;
 }
 
 bool MoxelClientAPI::sendRegistrationData(bool isReRegistration) {
     const Dictionary request{{"req", "regclient"}, {"app", applicationInfo()}, {"type", isReRegistration}};
     const Result<Data> archive = archivedDataWithRootObject(request);
-    return archive.ok() && sendUserRequestData(*archive, m_refHIDChannelDedicated(), wire::userRequestID,
-                                               wire::userRequestCommand, isReRegistration);
+    return archive.ok() && sendRequest(*this, *archive, isReRegistration);
 }
 
 bool MoxelClientAPI::waitForRegistrationAnswer() {
     const std::shared_ptr<Condition> condition = m_conditionSignal();
     const auto deadline = Condition::Clock::now() + registrationAnswerLimit;
     const std::lock_guard lock(*condition);
-    while (!m_bClientRegistered()) {
-        if (!condition->waitUntil(deadline))
-            break;
-    }
-    return m_bClientRegistered();
+    return condition->waitUntil(deadline, [this] { return m_bClientRegistered(); });
 }
 
 bool MoxelClientAPI::setAppInfoRecordExitState(uint16_t state) {
@@ -192,62 +186,7 @@ bool MoxelClientAPI::setAppInfoRecordExitState(uint16_t state) {
     return true;
 }
 
-// ------------------------------------------------------------------------------------------ Unregistration
-
-bool MoxelClientAPI::unregisterConnection() {
-    constexpr const char *selector = "-[MoxelClientAPI unregisterConnection]";
-    static std::atomic<uint8_t> callcount{0};
-    const auto calls = static_cast<uint8_t>(callcount.fetch_add(1) + 1);
-    logInfo("****************** %s, %p, Called %i times...", selector, static_cast<const void *>(this),
-            calls);
-    if (!setAppInfoRecordExitState(wire::leaving))
-        return false;
-    if (const HIDDeviceReference channel = m_refHIDChannelDedicated()) {
-        if (const HIDStatus status = channel->close(); status != HIDStatus::success)
-            logError("ERROR: There was an error closing the dedicated channel device %llu, error %i!",
-                     channelID(), static_cast<uint32_t>(status));
-        setM_refHIDChannelDedicated(nullptr);
-        setM_bHIDChannelDedicatedOpen(false);
-    }
-    const bool sent = sendChannelControl(wire::terminateChannel);
-    logInfo("****************** %s returning %i (%@), termination request for cID=%llx", selector, sent,
-            successOrFailure(sent), applicationInfo()->channelID().uint64Value());
-    const std::shared_ptr<Condition> condition = m_conditionSignal();
-    const std::lock_guard lock(*condition);
-    setM_bClientRegistered(false);
-    condition->signal();
-    return true;
-}
-
 namespace {
-
-void unregisterClient(uint16_t clientID) {
-    constexpr const char *function = "void UnregisterMoxelClient(uint16_t)";
-    logInfo("<<<<<<<<<<<<<<<<<< %s clientID %d, thread = %lx", function, clientID, currentThreadKey());
-    const std::lock_guard lock(MoxelClientAPI::classLock());
-    const ClientRegistry::Client client = CurrentClientViaClientID(clientID);
-    if (!client) {
-        logError("%s, Error: No valid client entry found! Can not unregister! Check your thread, please!!!",
-                 function);
-        return;
-    }
-    logInfo("%s m_bClientRegistered =%i, channelID=%llx", function, client->m_bClientRegistered(),
-            client->applicationInfo()->channelID().uint64Value());
-    const bool isRegistered = [&client] {
-        const std::shared_ptr<Condition> condition = client->m_conditionSignal();
-        const std::lock_guard conditionLock(*condition);
-        return client->m_bClientRegistered();
-    }();
-    if (isRegistered) {
-        if (client->unregisterConnection())
-            client->closeBaseChannel();
-        else
-            logError("%s, Error: Call to terminate ", function);
-    }
-    gPendingClients().set(currentThreadKey(), client, currentThreadKey());
-    // Not only the entry of clientID: that may be 0, and a repeated registration may have changed the number.
-    gClients().removeClient(client);
-}
 
 uint16_t registerPendingClient(uint32_t signature, const uint8_t *name, uint16_t mode, uint32_t mask) {
     constexpr const char *function = "uint16_t RegisterMoxelClient(uint32_t, uint8_t *, uint16_t, uint32_t)";
@@ -258,7 +197,7 @@ uint16_t registerPendingClient(uint32_t signature, const uint8_t *name, uint16_t
     if (!client)
         return 0;
     const uint16_t clientID = client->registerMoxelClient(signature, name, mode, mask);
-    enterRegisteredClient(client, clientID);
+    enterRegisteredClient(client, clientID); // After a failure too; after a success it changes nothing more.
     return clientID;
 }
 
@@ -271,8 +210,4 @@ using namespace moxel;
 uint16_t RegisterMoxelClient(uint32_t signature, uint8_t *name, uint16_t mode, uint32_t mask) {
     return exportedCall("RegisterMoxelClient", uint16_t{0},
                         [&] { return registerPendingClient(signature, name, mode, mask); });
-}
-
-void UnregisterMoxelClient(uint16_t clientID) {
-    exportedCall("UnregisterMoxelClient", [clientID] { unregisterClient(clientID); });
 }

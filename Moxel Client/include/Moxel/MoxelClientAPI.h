@@ -35,10 +35,10 @@ namespace wire {
 struct mxVDataPacket;
 }
 
-/// Three kinds of thread enter a client: the caller thread, which created it, makes every exported call and
+/// Four kinds of thread enter a client: the caller thread, which created it, makes every exported call and
 /// by default receives the messages; the client thread, private to the object, which hosts the HID manager
-/// and receives all reports; and the main thread, which receives the messages once the caller thread has
-/// ended.
+/// and receives all reports; the main thread, which receives the messages once the caller thread has ended;
+/// and the threads of file observers, which tell of changes of the settings file.
 ///
 /// The accessors may be called from any thread. `m_conditionSignal` guards the channel references and open
 /// flags, `m_bClientRegistered`, `m_bReRegistrationRequest` and `m_bPacketACK`: who changes one signals, who
@@ -108,7 +108,7 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     /// On the client thread.
     void parseDict(const Dictionary &dictionary, const String &withRequest);
     /// -[MoxelClientAPI callerThreadProxy:]
-    /// On the caller thread.
+    /// Delivers a forwarded message. On the caller thread.
     void callerThreadProxy(const Dictionary &message);
     /// -[MoxelClientAPI fileChangeNotification:]
     /// On the thread of the observer that posts it.
@@ -240,7 +240,9 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
 
     // On the caller thread.
     void registerAgainOnCallerThread();
+    /// A record from a dictionary, for callers of callerThreadProxy() outside the library.
     void deliverStateData(uint32_t productID, const Data &data);
+    /// A record from the StateForwarder, by which the library's own ones come.
     void deliverForwardedState(uint32_t productID, MoxelStateRecord &record);
     void deliverStateRecord(uint32_t productID, MoxelStateRecord &record);
 
@@ -281,9 +283,8 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     std::shared_ptr<Thread> callerThread_;
     bool allowThreadedCallback_ = false;
     std::atomic<int32_t> outstandingStateCallbacks_{0};
-    [[maybe_unused]] uint32_t lastButtons_ = 0;
-    std::unique_ptr<RunLoopSource>
-        timerCheckResponse_; ///< For a check of the daemon's response; none is made yet.
+    [[maybe_unused]] uint32_t lastButtons_ = 0;         ///< Reserved.
+    std::unique_ptr<RunLoopSource> timerCheckResponse_; ///< Reserved.
     std::atomic<bool> m_bClientRegistered_{false};
     std::atomic<bool> m_bPacketACK_{false};
     std::atomic<uint32_t> m_uDeviceID_{0};

@@ -94,8 +94,7 @@ class MOXEL_EXPORT MxlPlistDictionaries : public std::enable_shared_from_this<Mx
     /// made, empty; otherwise the path says nothing about whether it exists.
     [[nodiscard]] String getSyncedApplicationsFilePath(bool create) const;
 
-    // ---------------------------------------------------------------------------------- Exported
-    // dictionaries
+    // ---------------------------------------------------------------------------------- What is exported
 
     // `prefs` names an application under kMxKeyBundleID, kMxKeyApplication and kMxKeyClientName. The
     // application is the first of the index whose key contains the bundle identifier, and of its clients the
@@ -181,6 +180,9 @@ class MOXEL_EXPORT MxlPlistDictionaries : public std::enable_shared_from_this<Mx
     [[nodiscard]] static Shared allocPrivately();
     /// False when the store is unusable.
     [[nodiscard]] bool readDefaults();
+    /// What the application that `prefs` names has exported of that type.
+    [[nodiscard]] MOXEL_HIDDEN Dictionary exportedDictionary(const Dictionary &prefs,
+                                                             const String &ofType) const;
     [[nodiscard]] Dictionary imageEntry(const String &identifier, const Dictionary &prefs) const;
 
     // Set before the store is handed out, and never after.
