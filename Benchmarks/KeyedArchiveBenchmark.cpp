@@ -95,7 +95,10 @@ Times measure(const std::string &what, const Value &root) {
     const std::span<const uint8_t> bytes = archive->bytes();
     const std::string name = "keyed archive of " + what;
 #if MOXEL_WITH_GNUSTEP
-    print(name, "GNUstep's archiver", besideGNUstep(root, bytes), atMost(1));
+    if (GNUstepObject(gnustepUnarchive(bytes.data(), bytes.size())))
+        print(name, "GNUstep's archiver", besideGNUstep(root, bytes), atMost(1));
+    else
+        printMissing(name, "GNUstep's archiver", "cannot read it");
 #else
     printMissing(name, "GNUstep's archiver");
 #endif

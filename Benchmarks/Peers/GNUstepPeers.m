@@ -131,7 +131,12 @@ void *gnustepUnarchive(const uint8_t *bytes, size_t size)
 {
     NSAutoreleasePool *pool = [NSAutoreleasePool new];
     NSData *data = [NSData dataWithBytesNoCopy:(void *)bytes length:size freeWhenDone:NO];
-    id objects = [[NSKeyedUnarchiver unarchiveObjectWithData:data] retain];
+    id objects = nil;
+    NS_DURING
+        objects = [[NSKeyedUnarchiver unarchiveObjectWithData:data] retain];
+    NS_HANDLER
+        objects = nil; // It knows no UIDs of four bytes, which an archive of 65,536 objects has.
+    NS_ENDHANDLER
     [pool release];
     return objects;
 }

@@ -68,9 +68,9 @@ inline void printTimes(const std::string &what, const std::string &beside, doubl
 }
 
 /// For a row that cannot be measured.
-inline void printMissing(const std::string &what, const std::string &peer) {
-    std::fprintf(stderr, "%s: left out, because %s was not found when this was built\n", what.c_str(),
-                 peer.c_str());
+inline void printMissing(const std::string &what, const std::string &peer,
+                         const std::string &reason = "was not found when this was built") {
+    std::fprintf(stderr, "%s: left out, because %s %s\n", what.c_str(), peer.c_str(), reason.c_str());
 }
 
 } // namespace moxel::benchmarks
