@@ -46,6 +46,11 @@ BEGIN { command = ""; count = 0 }
     next
 }
 
+/more than once|may be repeated/ && option != "" {
+    for (i = 1; i <= names; ++i)
+        repeats[command, found[i]] = "*"
+}
+
 # The first line of text behind a title or an option is its description.
 wants != "" && !/^\./ {
     if (wants == "command")
@@ -166,7 +171,7 @@ function zshArguments(indent, command,    n, parts, j, line) {
     line = indent "_arguments"
     n = split(options[command], parts, " ")
     for (j = 1; j <= n; ++j) {
-        line = line " \\\n" indent "    '" parts[j] "[" quoted(about[command, parts[j]]) "]"
+        line = line " \\\n" indent "    '" repeats[command, parts[j]] parts[j] "[" quoted(about[command, parts[j]]) "]"
         if (value[command, parts[j]] != "")
             line = line ":value:" zshAction(value[command, parts[j]])
         line = line "'"
@@ -194,13 +199,16 @@ function zsh(    i, n, parts, seen, first, lines) {
     print lines
     print "    return"
     print "fi"
-    print "local command=$words[2]"
+    # _arguments takes the first word for the program, and the ones behind it for its arguments.
+    print "shift words; ((--CURRENT))"
+    print "local command=$words[1]"
     print "case $command in"
     for (first in seen)
         if (secondWords(first) != "") {
             print first ")"
-            print "    ((CURRENT == 3)) && { _values action " secondWords(first) "; return }"
-            print "    command=\"$words[2] $words[3]\" ;;"
+            print "    ((CURRENT == 2)) && { _values action " secondWords(first) "; return }"
+            print "    shift words; ((--CURRENT))"
+            print "    command+=\" $words[1]\" ;;"
         }
     print "esac"
     print "case $command in"

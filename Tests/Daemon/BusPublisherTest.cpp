@@ -84,11 +84,6 @@ class DaemonBusPublisher : public ::testing::Test {
     std::unique_ptr<BusPublisher> publisher_;
 };
 
-constexpr uint32_t error = 0xE00002BC;
-constexpr uint32_t badArgument = 0xE00002C2;
-constexpr uint32_t notOpen = 0xE00002CD;
-constexpr uint32_t notPermitted = 0xE00002E2;
-
 TEST_F(DaemonBusPublisher, PropertiesComeFirst) {
     const RawConnection connection = connect();
     EXPECT_EQ(connection.receive(),
@@ -132,9 +127,9 @@ TEST_F(DaemonBusPublisher, OpenAndCloseAreAnswered) {
 TEST_F(DaemonBusPublisher, OpenCanBeRefused) {
     handler.openStatus.store(HIDStatus::notPermitted);
     RawClient refused = client();
-    EXPECT_EQ(refused.open(), notPermitted);
+    EXPECT_EQ(refused.open(), status::notPermitted);
     EXPECT_EQ(sendInput({0x35, 1}), 0U);
-    EXPECT_EQ(refused.setReport(0x46, 0, {1}), notOpen);
+    EXPECT_EQ(refused.setReport(0x46, 0, {1}), status::notOpen);
 }
 
 TEST_F(DaemonBusPublisher, InputGoesToEveryOpenConnectionAndNoOther) {
@@ -194,16 +189,16 @@ TEST_F(DaemonBusPublisher, StatusOfTheHandlerIsTheReplys) {
     ASSERT_EQ(open.open(), 0U);
     handler.setStatus.store(HIDStatus::error);
     handler.getStatus.store(HIDStatus::badArgument);
-    EXPECT_EQ(open.setReport(0x46, 0, {1}), error);
-    EXPECT_EQ(open.getReport(0x54, 10).status, badArgument);
+    EXPECT_EQ(open.setReport(0x46, 0, {1}), status::error);
+    EXPECT_EQ(open.getReport(0x54, 10).status, status::badArgument);
 }
 
 TEST_F(DaemonBusPublisher, CapacityMustBePositiveAndIsBounded) {
     handler.content = Data(5000, 7);
     RawClient open = client();
     ASSERT_EQ(open.open(), 0U);
-    EXPECT_EQ(open.getReport(0x54, 0).status, badArgument);
-    EXPECT_EQ(open.getReport(0x54, 0x80000000).status, badArgument);
+    EXPECT_EQ(open.getReport(0x54, 0).status, status::badArgument);
+    EXPECT_EQ(open.getReport(0x54, 0x80000000).status, status::badArgument);
     EXPECT_EQ(open.getReport(0x54, 0x7FFFFFFF).content, Bytes(4096, 7));
     EXPECT_TRUE(handler.wasTold("get 84 4096"));
 }

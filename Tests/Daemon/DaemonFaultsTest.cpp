@@ -12,10 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t error = 0xE00002BC;
-constexpr uint32_t timedOut = 0xE00002D6;
-constexpr uint32_t notPermitted = 0xE00002E2;
-
 class DaemonWithFaults : public DaemonFixture {
   protected:
     void startWith(const Faults &faults) {
@@ -49,7 +45,7 @@ TEST_F(DaemonWithFaults, BaseChannelCanBeMissing) {
 TEST_F(DaemonWithFaults, BaseChannelCanRefuseToOpen) {
     startWith({"refuse-base-open"});
     RawClient base(daemon->busFolder(), testBaseName);
-    EXPECT_EQ(base.open(), notPermitted);
+    EXPECT_EQ(base.open(), status::notPermitted);
     daemon->setFaults({});
     EXPECT_EQ(base.open(), 0U);
 }
@@ -67,7 +63,7 @@ TEST_F(DaemonWithFaults, DedicatedChannelCanBeMissing) {
 TEST_F(DaemonWithFaults, DedicatedChannelCanRefuseToOpen) {
     startWith({"refuse-dedicated-open"});
     ASSERT_TRUE(daemon->publishChannel(5).ok());
-    EXPECT_EQ(RawClient(daemon->busFolder(), dedicatedName(5)).open(), notPermitted);
+    EXPECT_EQ(RawClient(daemon->busFolder(), dedicatedName(5)).open(), status::notPermitted);
 }
 
 TEST_F(DaemonWithFaults, DedicatedChannelCanBeLate) {
@@ -141,9 +137,9 @@ TEST_F(DaemonWithFaults, RequestsCanBeAcknowledgedTwice) {
 TEST_F(DaemonWithFaults, ReportsCanBeRefused) {
     startWith({"refuse-set-report=0x63", "refuse-set-report=0x73:0xE00002D6", "refuse-get-report=0x54"});
     TestClient client(*daemon, 5);
-    EXPECT_EQ(client.dedicated->setReport(0x63, 5, {1}), error);
-    EXPECT_EQ(client.dedicated->setReport(0x73, 5, Bytes(32)), timedOut);
-    EXPECT_EQ(client.dedicated->getReport(0x54, 8).status, error);
+    EXPECT_EQ(client.dedicated->setReport(0x63, 5, {1}), status::error);
+    EXPECT_EQ(client.dedicated->setReport(0x73, 5, Bytes(32)), status::timedOut);
+    EXPECT_EQ(client.dedicated->getReport(0x54, 8).status, status::error);
     EXPECT_EQ(daemon->clients().at(0).exitState, std::nullopt) << "refused reports are not served";
     EXPECT_EQ(daemon->observe().reports.back().status, HIDStatus::error);
     client.announce(1);

@@ -33,6 +33,15 @@ inline Bytes operator+(Bytes left, const Bytes &right) {
     return left;
 }
 
+/// Statuses of replies, as numbers.
+namespace status {
+inline constexpr uint32_t error = 0xE00002BC;
+inline constexpr uint32_t badArgument = 0xE00002C2;
+inline constexpr uint32_t notOpen = 0xE00002CD;
+inline constexpr uint32_t timedOut = 0xE00002D6;
+inline constexpr uint32_t notPermitted = 0xE00002E2;
+} // namespace status
+
 inline Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 
 inline Bytes littleEndian(uint64_t number, size_t width) {

@@ -5,6 +5,7 @@
 #include "Moxel Daemon/Archive/KeyedArchiveReader.h"
 #include "Moxel Daemon/Archive/KeyedArchiveWriter.h"
 #include "Moxel Daemon/Daemon.h"
+#include "Moxel Daemon/Protocol/EventFilter.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -167,5 +168,15 @@ class DaemonFixture : public ::testing::Test {
     test::TemporaryFolder folder;
     std::unique_ptr<Daemon> daemon;
 };
+
+/// The daemon as a client meets it.
+class DaemonDaemon : public DaemonFixture {};
+
+inline MoxelStateRecord motionRecord(int16_t x) {
+    MoxelStateRecord record{};
+    record.command = capMoved;
+    record.axis[0] = x;
+    return record;
+}
 
 } // namespace moxel::daemon

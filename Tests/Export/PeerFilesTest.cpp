@@ -29,7 +29,7 @@ constexpr const char *commandsInXML = R"(<?xml version="1.0" encoding="UTF-8"?>
 )";
 
 // What the file above holds after the merge of the tests, as plistlib tells it.
-constexpr const char *merged =
+constexpr const char *mergedJSON =
     R"({"Commands": {"activesetid": "Gr\u00f6\u00dfe", "new": {"type": "actionset"}, )"
     R"("set": {"label": "\u00d6ffnen & \u30d3\u30e5\u30fc", "type": "actionset"}}, )"
     R"("extra": [-3, 0.1, true, "data:000102ff", "a\tb"]})";
@@ -71,7 +71,7 @@ TEST_P(PeerFilesOfPlistlib, AreMergedWithoutLoss) {
                         commandsInXML, {file(), GetParam()});
     ASSERT_EQ(written.exitCode, 0);
     merge();
-    EXPECT_EQ(test::jsonFromPlistlib(contentOf(file())), merged);
+    EXPECT_EQ(test::jsonFromPlistlib(contentOf(file())), mergedJSON);
 }
 INSTANTIATE_TEST_SUITE_P(Forms, PeerFilesOfPlistlib, ::testing::Values("FMT_XML", "FMT_BINARY"));
 
@@ -83,8 +83,8 @@ TEST_P(PeerFilesOfPlistutil, AreMergedWithoutLoss) {
     const std::string source = folders_.write(folders_.outside("source.plist"), commandsInXML);
     ASSERT_EQ(test::runSubprocess("plistutil", {"-i", source, "-o", file(), "-f", GetParam()}).exitCode, 0);
     merge();
-    EXPECT_EQ(test::jsonFromPlistlib(contentOf(file())), merged);
-    EXPECT_EQ(test::jsonFromPlistlib(convertedByPlistutil("bin")), merged);
+    EXPECT_EQ(test::jsonFromPlistlib(contentOf(file())), mergedJSON);
+    EXPECT_EQ(test::jsonFromPlistlib(convertedByPlistutil("bin")), mergedJSON);
 }
 INSTANTIATE_TEST_SUITE_P(Forms, PeerFilesOfPlistutil, ::testing::Values("xml", "bin"));
 
