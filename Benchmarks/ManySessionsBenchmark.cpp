@@ -22,11 +22,12 @@ struct Memory {
     double rest = 0;
 };
 
-/// A thread's stack is a mapping of the size that new stacks have, less the guard page.
+/// A thread's stack is a mapping of the size that new stacks have; older C libraries take the guard page off
+/// it.
 Memory memoryInUse() {
     rlimit limit{};
     ::getrlimit(RLIMIT_STACK, &limit);
-    const auto stackSize = static_cast<double>(limit.rlim_cur) / 1024 - 4;
+    const auto stackSize = static_cast<double>(limit.rlim_cur) / 1024;
     Memory memory;
     std::ifstream maps("/proc/self/smaps");
     double size = 0;
@@ -38,7 +39,7 @@ Memory memoryInUse() {
         if (name == "Size:")
             size = number;
         else if (name == "Anonymous:")
-            (size == stackSize ? memory.stacks : memory.rest) += number * 1024;
+            (size == stackSize || size == stackSize - 4 ? memory.stacks : memory.rest) += number * 1024;
     }
     return memory;
 }
