@@ -49,7 +49,7 @@ Daemon::Daemon(Options options, std::string busFolder, std::string baseChannelNa
 Result<std::unique_ptr<Daemon>> Daemon::start(Options options) {
     std::string folder = options.busFolder.empty() ? BusFolder::defaultPath() : options.busFolder;
     if (options.bus == Options::Bus::uhid)
-        folder = UhidPublisher::devicePath;
+        folder = UhidMaker::devicePath;
     std::string name = options.baseName;
     if (name.empty())
         name = BaseChannel::nameForUser(options.user ? *options.user : consoleUser());
