@@ -22,6 +22,22 @@ uint32_t consoleUser() {
     return userIdentifierForName(*session->userName).value_or(0);
 }
 
+/// The first of what is kept that fits, as soon as there is one.
+template <class Kept, class Fits>
+std::optional<typename Kept::value_type> waitForFirst(const Journal &journal, Kept Observation::*kept,
+                                                      const Fits &fits, Daemon::Timeout timeout) {
+    std::optional<typename Kept::value_type> result;
+    (void)journal.waitUntil(
+        [&](const Observation &observation) {
+            const auto found = std::ranges::find_if(observation.*kept, fits);
+            if (found != (observation.*kept).end())
+                result = *found;
+            return result.has_value();
+        },
+        timeout);
+    return result;
+}
+
 } // namespace
 
 Daemon::Daemon(Options options, std::string busFolder, std::string baseChannelName)
@@ -33,7 +49,7 @@ Daemon::Daemon(Options options, std::string busFolder, std::string baseChannelNa
 Result<std::unique_ptr<Daemon>> Daemon::start(Options options) {
     std::string folder = options.busFolder.empty() ? BusFolder::defaultPath() : options.busFolder;
     if (options.bus == Options::Bus::uhid)
-        folder = UhidPublisher::devicePath;
+        folder = UhidMaker::devicePath;
     std::string name = options.baseName;
     if (name.empty())
         name = BaseChannel::nameForUser(options.user ? *options.user : consoleUser());
@@ -136,16 +152,7 @@ bool Daemon::waitUntil(const Journal::Predicate &predicate, Timeout timeout) con
 
 std::optional<ClientDescription>
 Daemon::waitForClient(Timeout timeout, const std::function<bool(const ClientDescription &)> &fits) const {
-    std::optional<ClientDescription> result;
-    const bool found = journal_.waitUntil(
-        [&](const Observation &observation) {
-            const auto client = std::find_if(observation.clients.begin(), observation.clients.end(), fits);
-            if (client != observation.clients.end())
-                result = *client;
-            return result.has_value();
-        },
-        timeout);
-    return found ? result : std::nullopt;
+    return waitForFirst(journal_, &Observation::clients, fits, timeout);
 }
 
 std::optional<ReceivedReport> Daemon::waitForReport(uint64_t sequence, Timeout timeout) const {
@@ -176,30 +183,12 @@ std::optional<ReceivedReport> Daemon::waitForReport(const std::function<bool(con
 
 std::optional<ReceivedRequest>
 Daemon::waitForRequest(const std::function<bool(const ReceivedRequest &)> &fits, Timeout timeout) const {
-    std::optional<ReceivedRequest> result;
-    const bool found = journal_.waitUntil(
-        [&](const Observation &observation) {
-            const auto request = std::find_if(observation.requests.begin(), observation.requests.end(), fits);
-            if (request != observation.requests.end())
-                result = *request;
-            return result.has_value();
-        },
-        timeout);
-    return found ? result : std::nullopt;
+    return waitForFirst(journal_, &Observation::requests, fits, timeout);
 }
 
 std::optional<ReceivedMessage>
 Daemon::waitForMessage(Timeout timeout, const std::function<bool(const ReceivedMessage &)> &fits) const {
-    std::optional<ReceivedMessage> result;
-    const bool found = journal_.waitUntil(
-        [&](const Observation &observation) {
-            const auto message = std::find_if(observation.messages.begin(), observation.messages.end(), fits);
-            if (message != observation.messages.end())
-                result = *message;
-            return result.has_value();
-        },
-        timeout);
-    return found ? result : std::nullopt;
+    return waitForFirst(journal_, &Observation::messages, fits, timeout);
 }
 
 bool Daemon::waitUntilQueued(size_t bytes, Timeout timeout) const {

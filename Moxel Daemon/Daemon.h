@@ -108,8 +108,7 @@ class Daemon {
     /// Waits until at most `bytes` wait for the slowest client; false when the time is up.
     [[nodiscard]] bool waitUntilQueued(size_t bytes, Timeout timeout) const;
 
-    // ---------------------------------------------------------------------------------------- Devices,
-    // faults
+    // ------------------------------------------------------------------------------------- Devices, faults
 
     void setFaults(const Faults &faults);
     [[nodiscard]] Faults faults() const;

@@ -25,7 +25,7 @@
 
 namespace moxel::daemon {
 
-/// Lives on the daemon's thread.
+/// Lives on the daemon's thread. What it plays is in DaemonCoreMotion.cpp.
 class DaemonCore final : private BaseChannel::Delegate,
                          private DedicatedChannel::Delegate,
                          private EventSink {
@@ -77,7 +77,8 @@ class DaemonCore final : private BaseChannel::Delegate,
     void pressActions();
 
     /// Runs work on this thread after what is under way, unless the daemon ends first.
-    void later(std::function<void()> work);
+    void later(std::function<void()> work) const;
+    [[nodiscard]] std::function<void()> unlessEnded(std::function<void()> work) const;
     void peersChanged();
     void reviewPeers();
     void watchUse(uint64_t channelID);

@@ -16,8 +16,8 @@ class Journal {
   public:
     using Predicate = std::function<bool(const Observation &)>;
 
-    /// `reportLimit` and `byteLimit` bound what is kept of reports, requests and messages, each.
-    Journal(size_t reportLimit, size_t byteLimit) : entryLimit_(reportLimit), byteLimit_(byteLimit) {}
+    /// `entryLimit` and `byteLimit` bound what is kept of reports, requests and messages, each.
+    Journal(size_t entryLimit, size_t byteLimit) : entryLimit_(entryLimit), byteLimit_(byteLimit) {}
 
     /// Changes what can be seen and wakes those who wait.
     template <class Change>

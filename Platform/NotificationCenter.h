@@ -28,7 +28,7 @@ struct Notification {
 
 /// Posted on a thread that is about to end; the object is its Thread.
 inline constexpr std::string_view threadWillExitNotification = "NSThreadWillExitNotification";
-/// Posted when the user's session leaves the console, and when it comes back.
+/// Posted when the user's session leaves the console.
 inline constexpr std::string_view sessionDidResignActiveNotification =
     "NSWorkspaceSessionDidResignActiveNotification";
 /// Posted when the user's session comes back to the console.

@@ -45,11 +45,12 @@ class MOXEL_EXPORT RunLoop {
 
     /// What a descriptor is watched for.
     enum class Descriptor : uint32_t { readable = 1, writable = 2 };
-    /// `hangUp`: the other end is gone or the descriptor is in error; what it still holds can be read first.
+    /// What has become of a descriptor.
     struct Readiness {
         bool readable = false; ///< Something can be read.
         bool writable = false; ///< Something can be written.
-        bool hangUp = false;   ///< The other end is gone, or the descriptor is in error.
+        /// The other end is gone, or the descriptor is in error; what it still holds can be read first.
+        bool hangUp = false;
     };
     /// What is run when a descriptor is ready.
     using DescriptorCallback = std::function<void(Readiness)>;

@@ -25,7 +25,7 @@ class MOXEL_EXPORT Thread : public NotificationObject, public std::enable_shared
     using Work = std::function<void()>;
 
     /// Whether to wait for work that is handed over.
-    enum class Wait : bool { no, untilDone }; ///< Whether to wait for work that is handed over.
+    enum class Wait : bool { no, untilDone };
 
     /// The calling thread.
     static std::shared_ptr<Thread> current();

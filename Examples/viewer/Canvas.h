@@ -23,7 +23,7 @@ struct Scene {
     std::string command; ///< Label of the last one.
 };
 
-/// Draws into memory, without the help of a graphics card.
+/// Draws into memory, without the help of a graphics card. Lives on the main thread.
 class Canvas {
   public:
     static constexpr int width = 720;

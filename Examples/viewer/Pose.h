@@ -21,7 +21,7 @@ inline Vector cross(Vector a, Vector b) {
 }
 Vector normalised(Vector vector);
 
-/// x points to the right, y up, z towards the viewer; the model rests at the origin.
+/// x points to the right, y up, z towards the viewer; the model rests at the origin. Lives on one thread.
 class Pose {
   public:
     /// One event of the controller is one step, as far as the cap is pushed and twisted.

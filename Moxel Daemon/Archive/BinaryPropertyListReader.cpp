@@ -94,8 +94,7 @@ class Reader {
         const std::optional<Head> head = readHead(index);
         if (!head)
             return std::nullopt;
-        std::optional<PropertyListObject> object = readContent(index, *head);
-        return object;
+        return readContent(index, *head);
     }
 
     std::optional<Head> readHead(size_t index) {

@@ -138,6 +138,8 @@ std::optional<Value> scalarIn(std::string_view name, const std::string &text) {
 /// Follows the parser's events with a stack of its own.
 class Reader {
   public:
+    Reader() { reason_.reserve(64); }
+
     Result<Value> read(std::span<const uint8_t> bytes) {
         XML_SetUserData(parser_.get(), this);
         XML_SetElementHandler(parser_.get(), guarded<&Reader::begin>, guarded<&Reader::end>);
@@ -283,9 +285,6 @@ class Reader {
     std::string text_;
     std::optional<Value> root_;
     std::string reason_; ///< Has room for every reason from the start, so that refusing cannot fail.
-
-  public:
-    Reader() { reason_.reserve(64); }
 };
 
 } // namespace

@@ -27,7 +27,7 @@ class BusPublisher final : public Publisher {
 
     explicit BusPublisher(std::shared_ptr<BusServices> services) : services_(std::move(services)) {}
 
-    /// The socket bears the device's name when that can name one, else a number.
+    /// The socket bears the device's name, with a dash for each character that cannot stand in one.
     Result<std::unique_ptr<Channel>> publish(const DeviceDescription &device,
                                              ChannelHandler &handler) override;
     size_t deviceLimit() const noexcept override { return 1024; }

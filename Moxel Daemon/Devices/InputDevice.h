@@ -12,6 +12,7 @@ struct libevdev;
 
 namespace moxel::daemon {
 
+/// Lives on one thread.
 class InputDevice final : public InputReader {
   public:
     /// The error carries errno; ENOTTY for files that are no input devices.

@@ -20,7 +20,7 @@ struct ExportedAction {
 };
 
 /// The "Commands" of a file: action sets by their identifiers, and the active one's identifier. A set holds
-/// actions and categories by their identifiers, categories hold the same.
+/// actions and categories by their identifiers, categories hold the same. Lives on one thread.
 class ActionSets {
   public:
     ActionSets() = default;

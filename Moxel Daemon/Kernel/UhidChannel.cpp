@@ -1,6 +1,8 @@
 #include "Moxel Daemon/Kernel/UhidChannel.h"
 
+#include "Moxel Daemon/Bus/BusFolder.h"
 #include "Platform/Log.h"
+#include "Platform/Thread.h"
 
 #include <atomic>
 #include <cerrno>
@@ -20,27 +22,53 @@ uint64_t newConnection() {
 } // namespace
 
 UhidChannel::UhidChannel(std::shared_ptr<RunLoop> runLoop, std::shared_ptr<UhidReader> reader,
-                         std::shared_ptr<UhidClosings> closings, Descriptor device, std::string name,
-                         ChannelHandler &handler)
+                         std::shared_ptr<UhidClosings> closings, std::shared_ptr<const UhidMaker> maker,
+                         std::string name, ChannelHandler &handler)
     : runLoop_(std::move(runLoop)),
       reader_(std::move(reader)),
       closings_(std::move(closings)),
-      device_(std::move(device)),
+      maker_(std::move(maker)),
       name_(std::move(name)),
       handler_(handler) {}
 
 UhidChannel::~UhidChannel() {
+    if (waitsForName_)
+        closings_->forget(name_);
     if (inbox_) {
         inbox_->close();
         reader_->remove(*inbox_);
     }
-    closings_->close(std::move(device_), name_);
+    if (device_)
+        closings_->close(std::move(device_), name_);
 }
 
+// ------------------------------------------------------------------------------------------ The beginning
+
 Result<void> UhidChannel::start(const Data &createMessage) {
-    const ssize_t size = ::write(device_.get(), createMessage.data(), createMessage.size());
-    if (size < 0)
-        return systemError("The kernel refuses the device " + name_, errno);
+    const auto begin = [this, alive = std::weak_ptr(isAlive_), createMessage] {
+        if (alive.expired())
+            return;
+        waitsForName_ = false;
+        if (Result<void> made = makeDevice(createMessage); !made.ok())
+            logLine(LogLevel::error, "Error: " + made.error().message);
+    };
+    switch (closings_->await(name_, [thread = Thread::current(), begin] { thread->perform(begin); })) {
+    case UhidClosings::Name::isFree:
+        return makeDevice(createMessage);
+    case UhidClosings::Name::isComing:
+        waitsForName_ = true;
+        return {};
+    case UhidClosings::Name::isPromised:
+        break;
+    }
+    return Error{name_ + " is on its way already", BusFolder::alreadyPublished};
+}
+
+Result<void> UhidChannel::makeDevice(const Data &createMessage) {
+    Result<Descriptor> device = maker_->make(name_, createMessage);
+    if (!device.ok())
+        return device.error();
+    device_ = *std::move(device);
     Result<RunLoopSource> timer = runLoop_->addTimer(driverPatience, RunLoop::Seconds(0), [this] {
         logLine(LogLevel::error, "Error: " + name_ +
                                      ": the kernel has no driver for the device, so that no client sees it; "

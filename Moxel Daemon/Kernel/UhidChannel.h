@@ -4,6 +4,7 @@
 #include "Moxel Daemon/Bus/Channel.h"
 #include "Moxel Daemon/Kernel/UhidClosings.h"
 #include "Moxel Daemon/Kernel/UhidInbox.h"
+#include "Moxel Daemon/Kernel/UhidMaker.h"
 #include "Moxel Daemon/Kernel/UhidMessages.h"
 #include "Moxel Daemon/Kernel/UhidReader.h"
 #include "Moxel Daemon/Protocol/LogQuota.h"
@@ -38,12 +39,14 @@ class UhidChannel final : public Channel, private UhidInbox::Listener {
     static constexpr std::chrono::seconds driverPatience{1};
 
     UhidChannel(std::shared_ptr<RunLoop> runLoop, std::shared_ptr<UhidReader> reader,
-                std::shared_ptr<UhidClosings> closings, Descriptor device, std::string name,
-                ChannelHandler &handler);
+                std::shared_ptr<UhidClosings> closings, std::shared_ptr<const UhidMaker> maker,
+                std::string name, ChannelHandler &handler);
     ~UhidChannel() override;
     UhidChannel(const UhidChannel &) = delete;
     UhidChannel &operator=(const UhidChannel &) = delete;
 
+    /// Makes the device, now or when an earlier one of its name has been closed. The error's code is
+    /// BusFolder::alreadyPublished when there is one of that name, or one on its way.
     [[nodiscard]] Result<void> start(const Data &createMessage);
 
     /// Reports are dropped until somebody has opened the device.
@@ -59,6 +62,7 @@ class UhidChannel final : public Channel, private UhidInbox::Listener {
     void hasRoom() override { reader_->goOn(*inbox_); }
     void ended() override;
 
+    [[nodiscard]] Result<void> makeDevice(const Data &createMessage);
     void serve(const UhidEvent &event);
     void stopped();
     void opened();
@@ -71,13 +75,15 @@ class UhidChannel final : public Channel, private UhidInbox::Listener {
     std::shared_ptr<RunLoop> runLoop_;
     std::shared_ptr<UhidReader> reader_;
     std::shared_ptr<UhidClosings> closings_;
-    Descriptor device_;
+    std::shared_ptr<const UhidMaker> maker_;
+    Descriptor device_; ///< Empty until it is made.
     std::string name_;
     ChannelHandler &handler_;
     std::shared_ptr<UhidInbox> inbox_;
     LogQuota senseless_;
     LogQuota overflow_;
     Peer peer_;
+    bool waitsForName_ = false;
     bool isOpen_ = false;
     bool hasBeenOpen_ = false;
     bool refusesWrites_ = false; ///< Logged once.
@@ -88,6 +94,8 @@ class UhidChannel final : public Channel, private UhidInbox::Listener {
     size_t sentInBurst_ = 0;
     bool droppedInput_ = false;
     RunLoopSource pause_;
+
+    const std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };
 
 } // namespace moxel::daemon

@@ -18,9 +18,16 @@ void UhidClosings::close(Descriptor device, const std::string &name) noexcept {
     });
 }
 
-bool UhidClosings::await(const std::string &name, std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] { return !names_.contains(name); });
+UhidClosings::Name UhidClosings::await(const std::string &name, std::function<void()> then) {
+    const std::lock_guard lock(mutex_);
+    if (!names_.contains(name))
+        return Name::isFree;
+    return waiting_.try_emplace(name, std::move(then)).second ? Name::isComing : Name::isPromised;
+}
+
+void UhidClosings::forget(const std::string &name) noexcept {
+    const std::lock_guard lock(mutex_);
+    waiting_.erase(name);
 }
 
 void UhidClosings::awaitAll(std::chrono::milliseconds limit) noexcept {
@@ -29,9 +36,18 @@ void UhidClosings::awaitAll(std::chrono::milliseconds limit) noexcept {
 }
 
 void UhidClosings::closed(const std::string &name) {
-    const std::lock_guard lock(mutex_);
-    names_.erase(names_.find(name));
-    changed_.notify_all();
+    std::function<void()> then;
+    {
+        const std::lock_guard lock(mutex_);
+        names_.erase(names_.find(name));
+        if (const auto waiting = waiting_.find(name); waiting != waiting_.end() && !names_.contains(name)) {
+            then = std::move(waiting->second);
+            waiting_.erase(waiting);
+        }
+        changed_.notify_all();
+    }
+    if (then)
+        then();
 }
 
 } // namespace moxel::daemon

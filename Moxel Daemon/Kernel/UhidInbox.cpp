@@ -1,6 +1,5 @@
 #include "Moxel Daemon/Kernel/UhidInbox.h"
 
-#include <array>
 #include <cerrno>
 #include <linux/uhid.h>
 #include <poll.h>
@@ -35,7 +34,6 @@ bool UhidInbox::drain() {
 
 /// Locked for one message at a time, so that the daemon's thread never waits for a flood.
 UhidInbox::Intake UhidInbox::takeIn() {
-    std::array<uint8_t, sizeof(uhid_event)> buffer;
     const std::lock_guard lock(mutex_);
     if (isClosed_ || hasEnded_)
         return Intake::end;
@@ -45,14 +43,19 @@ UhidInbox::Intake UhidInbox::takeIn() {
         hasOverflowed_ = hasOverflowed_ || ::poll(&waiting, 1, 0) > 0;
         return Intake::noRoom;
     }
-    const ssize_t size = ::read(descriptor_, buffer.data(), buffer.size());
+    // The room comes first: for want of it later, what has been read would be lost.
+    Data &message = messages_.emplace_back(sizeof(uhid_event));
+    const ssize_t size = ::read(descriptor_, message.data(), message.size());
+    const int error = errno;
     if (size > 0) {
-        messages_.emplace_back(buffer.begin(), buffer.begin() + size);
+        message.resize(static_cast<size_t>(size));
+        message.shrink_to_fit();
         return Intake::message;
     }
-    if (size < 0 && errno == EINTR)
+    messages_.pop_back();
+    if (size < 0 && error == EINTR)
         return Intake::interruption;
-    if (size < 0 && errno == EAGAIN)
+    if (size < 0 && error == EAGAIN)
         return Intake::nothing;
     hasEnded_ = true;
     return Intake::end;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Moxel Daemon/Archive/Value.h"
+#include "Moxel Daemon/Kernel/UhidReader.h"
 #include "Platform/Thread.h"
 #include "Platform/WorkItem.h"
 
@@ -18,7 +19,9 @@ namespace moxel::daemon {
 /// A thread that does nothing else fills it, so that the kernel, which keeps 31 messages and drops more
 /// silently, keeps few; the daemon's thread empties it. A client that sends faster than it is served fills it
 /// up, and then loses what the kernel drops.
-class UhidInbox final : private WorkItem, public std::enable_shared_from_this<UhidInbox> {
+class UhidInbox final : private WorkItem,
+                        public UhidReader::Inbox,
+                        public std::enable_shared_from_this<UhidInbox> {
   public:
     /// Messages that may wait.
     static constexpr size_t limit = 1024;
@@ -44,10 +47,8 @@ class UhidInbox final : private WorkItem, public std::enable_shared_from_this<Uh
     UhidInbox(int descriptor, Listener &listener);
     ~UhidInbox() override = default;
 
-    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
-    /// Takes in all that the kernel has, as far as there is room. True when more may come. On the reader's
-    /// thread.
-    [[nodiscard]] bool drain();
+    [[nodiscard]] int descriptor() const noexcept override { return descriptor_; }
+    [[nodiscard]] bool drain() override;
     /// Nothing is read and nobody is called any more. On the daemon's thread.
     void close();
 

@@ -1,8 +1,9 @@
 #include "Moxel Daemon/Kernel/UhidReader.h"
 
-#include "Platform/Linux/Guard.h"
 #include "Platform/Linux/SignalBlock.h"
+#include "Platform/Log.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -53,58 +54,109 @@ UhidReader::~UhidReader() {
     thread_->join();
 }
 
-Result<void> UhidReader::add(const std::shared_ptr<UhidInbox> &inbox) {
+Result<void> UhidReader::add(const std::shared_ptr<Inbox> &inbox) {
     const int descriptor = inbox->descriptor();
     epoll_event event = eventFor(descriptor, interest);
     const std::lock_guard lock(mutex_);
-    inboxes_[descriptor] = inbox;
+    entries_[descriptor] = {inbox};
     if (::epoll_ctl(poll_.get(), EPOLL_CTL_ADD, descriptor, &event) == 0)
         return {};
     const int error = errno;
-    inboxes_.erase(descriptor);
+    entries_.erase(descriptor);
     return systemError("Cannot wait for the kernel", error);
 }
 
-void UhidReader::goOn(const UhidInbox &inbox) noexcept {
+void UhidReader::goOn(const Inbox &inbox) noexcept {
     epoll_event event = eventFor(inbox.descriptor(), interest);
     (void)::epoll_ctl(poll_.get(), EPOLL_CTL_MOD, inbox.descriptor(), &event);
 }
 
-void UhidReader::remove(const UhidInbox &inbox) noexcept {
+void UhidReader::remove(const Inbox &inbox) noexcept {
     const std::lock_guard lock(mutex_);
-    const auto found = inboxes_.find(inbox.descriptor());
-    if (found == inboxes_.end() || found->second.get() != &inbox)
+    const auto found = entries_.find(inbox.descriptor());
+    if (found == entries_.end() || found->second.inbox.get() != &inbox)
         return;
     (void)::epoll_ctl(poll_.get(), EPOLL_CTL_DEL, inbox.descriptor(), nullptr);
-    inboxes_.erase(found);
+    entries_.erase(found);
 }
+
+// ------------------------------------------------------------------------------------------ Reading
 
 void UhidReader::run() {
     std::array<epoll_event, 16> events{};
     for (;;) {
-        const int count = ::epoll_wait(poll_.get(), events.data(), static_cast<int>(events.size()), -1);
+        const int count =
+            ::epoll_wait(poll_.get(), events.data(), static_cast<int>(events.size()), pauseLeft());
         for (int index = 0; index < count; ++index) {
             const int descriptor = events[static_cast<size_t>(index)].data.fd;
             if (descriptor == stop_.get())
                 return;
             drain(descriptor);
         }
+        drainAfterPause();
     }
 }
 
-void UhidReader::drain(int descriptor) {
-    std::shared_ptr<UhidInbox> inbox;
+void UhidReader::drain(int descriptor) noexcept {
+    std::shared_ptr<Inbox> inbox;
     {
         const std::lock_guard lock(mutex_);
-        const auto found = inboxes_.find(descriptor);
-        if (found == inboxes_.end())
+        const auto found = entries_.find(descriptor);
+        if (found == entries_.end())
             return; // Removed meanwhile.
-        inbox = found->second;
+        inbox = found->second.inbox;
     }
-    bool mayHaveMore = true; // Also when memory has run out.
-    guarded("reading from the kernel", [&] { mayHaveMore = inbox->drain(); });
-    if (mayHaveMore)
-        goOn(*inbox);
+    try {
+        const bool mayHaveMore = inbox->drain();
+        noteShortage(descriptor, false);
+        if (mayHaveMore)
+            goOn(*inbox);
+    } catch (...) {
+        noteShortage(descriptor, true);
+    }
+}
+
+// ------------------------------------------------------------------------------------------ Shortage
+
+/// Without memory of its own. Asked again at once, who lacks memory would keep the processor and the log
+/// busy.
+void UhidReader::noteShortage(int descriptor, bool lacksMemory) noexcept {
+    const bool isFirst = nextLackingMemory(-1) < 0;
+    if (lacksMemory && !pauseEnds_)
+        pauseEnds_ = Clock::now() + shortagePause;
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto found = entries_.find(descriptor); found != entries_.end())
+            found->second.lacksMemory = lacksMemory;
+    }
+    if (lacksMemory && isFirst)
+        logLine(LogLevel::error,
+                "Error: what the kernel tells of its devices waits: there is no memory for it");
+}
+
+/// In milliseconds, as epoll_wait() wants it.
+int UhidReader::pauseLeft() const noexcept {
+    if (!pauseEnds_)
+        return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*pauseEnds_ - Clock::now()).count();
+    return static_cast<int>(std::max<decltype(left)>(left, 0));
+}
+
+void UhidReader::drainAfterPause() noexcept {
+    if (!pauseEnds_ || Clock::now() < *pauseEnds_)
+        return;
+    pauseEnds_.reset();
+    for (int descriptor = nextLackingMemory(-1); descriptor >= 0; descriptor = nextLackingMemory(descriptor))
+        drain(descriptor);
+}
+
+/// The first one behind `descriptor`; negative when there is none.
+int UhidReader::nextLackingMemory(int descriptor) noexcept {
+    const std::lock_guard lock(mutex_);
+    for (auto entry = entries_.upper_bound(descriptor); entry != entries_.end(); ++entry)
+        if (entry->second.lacksMemory)
+            return entry->first;
+    return -1;
 }
 
 } // namespace moxel::daemon

@@ -13,7 +13,7 @@
 
 namespace moxel::daemon {
 
-/// Errors begin with "line N: ". Nothing more can be parsed after one.
+/// Errors begin with "line N: ". Nothing more can be parsed after one. One thread.
 class TraceParser {
   public:
     /// Steps that open repeats may hold together.
@@ -48,11 +48,11 @@ class TraceParser {
     size_t line_ = 0;
 };
 
-/// Reads a whole trace.
+/// Parses a whole trace.
 [[nodiscard]] Result<TraceBlock> parseTrace(std::string_view text);
-/// Reads a trace from a file of at most 16 MiB; errors name the file.
-[[nodiscard]] Result<TraceBlock> loadTrace(const std::string &path);
-/// The same from an open descriptor, to its end.
+/// The text of a trace, from a descriptor to its end; more than 16 MiB are an error.
 [[nodiscard]] Result<std::string> readTraceText(int descriptor);
+/// Both, from a file; errors name it.
+[[nodiscard]] Result<TraceBlock> loadTrace(const std::string &path);
 
 } // namespace moxel::daemon

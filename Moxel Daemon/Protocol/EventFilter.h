@@ -18,16 +18,20 @@ namespace moxel::daemon {
 /// | 10      | an application event was pressed or released  | bit 2      |
 /// | 11      | an action of the device itself                | bit 2      |
 enum StateCommand : uint16_t {
-    buttonsChanged = 2,
-    capMoved = 3,
-    applicationEvent = 10,
-    deviceAction = 11,
+    buttonsChanged = kMoxelStateButtons,
+    capMoved = kMoxelStateMotion,
+    applicationEvent = kMoxelStateApplicationEvent,
+    deviceAction = kMoxelStateDeviceAction,
 };
 
-enum EventMask : uint32_t { motionEvents = 1, buttonEvents = 2, applicationEvents = 4 };
+enum EventMask : uint32_t {
+    motionEvents = kMoxelWantsMotion,
+    buttonEvents = kMoxelWantsButtons,
+    applicationEvents = kMoxelWantsApplication,
+};
 
 /// The masks of one client. The button mask takes bits away from every record that carries buttons; a record
-/// of buttons whose only changes it takes away is not sent.
+/// of buttons whose only changes it takes away is not sent. Lives on the daemon's thread.
 class EventFilter {
   public:
     uint32_t eventMask = 0;

@@ -1,13 +1,13 @@
 #include "Platform/Linux/BusFolder.h"
 
+#include "Platform/Linux/FolderStream.h"
+#include "Platform/Linux/Shortage.h"
 #include "Platform/Log.h"
 #include "Platform/LogText.h"
 
 #include <cerrno>
 #include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,10 +35,6 @@ bool isMissing(int errnoValue) { return errnoValue == ENOENT || errnoValue == EN
 Descriptor openFolder(const std::string &path) {
     return Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
-
-struct FolderCloser {
-    void operator()(DIR *folder) const { ::closedir(folder); }
-};
 
 } // namespace
 
@@ -180,15 +176,14 @@ void BusFolder::complain(const std::string &reason) {
 // ------------------------------------------------------------------------------------------ What it holds
 
 void BusFolder::list(Descriptor folder) {
-    const std::unique_ptr<DIR, FolderCloser> entries(::fdopendir(folder.get()));
+    const FolderStream entries = readEntriesOf(std::move(folder));
     if (!entries) {
         shortageOccurred(systemError("Cannot list it", errno));
         return;
     }
-    const int descriptor = folder.release(); // The directory stream's now.
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this stream
     while (const dirent *entry = ::readdir(entries.get()))
-        consider(descriptor, entry->d_name);
+        consider(::dirfd(entries.get()), entry->d_name);
 }
 
 /// Looks at files that there is news of.

@@ -1,8 +1,11 @@
 #include "Platform/Linux/BusMessage.h"
 
+#include "Platform/LogText.h"
 #include "Platform/Utf8.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <cstring>
 
 namespace moxel {
@@ -98,6 +101,14 @@ std::optional<HIDProperty> BusDeviceProperties::property(std::string_view key) c
     if (key == hidSerialNumberKey)
         return HIDProperty(serialNumber);
     return std::nullopt;
+}
+
+std::string BusDeviceProperties::descriptionOf(const HIDDevice &device) const {
+    std::array<char, 32> address{};
+    std::snprintf(address.data(), address.size(), "<HIDDevice %p ", static_cast<const void *>(&device));
+    std::array<char, 64> numbers{};
+    std::snprintf(numbers.data(), numbers.size(), " vendor 0x%04X product 0x%04X>", vendorID, productID);
+    return address.data() + printableText(name) + numbers.data();
 }
 
 Result<BusDeviceProperties> parseBusProperties(const BusMessage &message) {

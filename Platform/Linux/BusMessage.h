@@ -44,6 +44,8 @@ struct BusDeviceProperties {
     bool operator==(const BusDeviceProperties &) const = default;
     /// The value of a property by its platform name.
     [[nodiscard]] std::optional<HIDProperty> property(std::string_view key) const;
+    /// The text that stands for a device with these properties in a log line.
+    [[nodiscard]] std::string descriptionOf(const HIDDevice &device) const;
 };
 
 /// Reads the first message of a connection; the error says which rule it breaks.

@@ -29,11 +29,6 @@ int connectTo(int descriptor, const sockaddr_un &address) noexcept {
 
 } // namespace
 
-bool isShortage(int errnoValue) noexcept {
-    return errnoValue == EMFILE || errnoValue == ENFILE || errnoValue == ENOMEM || errnoValue == ENOBUFS ||
-           errnoValue == ENOSPC;
-}
-
 FileIdentity identityOf(const struct stat &status) noexcept {
     return {static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino)};
 }

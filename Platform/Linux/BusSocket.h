@@ -11,9 +11,6 @@
 
 namespace moxel {
 
-/// True for errors that say that descriptors or memory are used up and that may go away by themselves.
-[[nodiscard]] bool isShortage(int errnoValue) noexcept;
-
 /// Which file it is, whatever its name has become.
 struct FileIdentity {
     uint64_t device = 0;

@@ -1,12 +1,10 @@
 // Directory reading.
 #include "Platform/Linux/FolderListing.h"
 
-#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/FolderStream.h"
 
 #include <cerrno>
-#include <memory>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -28,17 +26,9 @@ std::optional<FileState> readFileStateAt(int folder, const char *path) {
     return state;
 }
 
-struct FolderCloser {
-    void operator()(DIR *folder) const { ::closedir(folder); }
-};
-
-std::unique_ptr<DIR, FolderCloser> openFolder(const std::string &path, FolderLink link) {
+FolderStream openFolder(const std::string &path, FolderLink link) {
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (link == FolderLink::notFollowed ? O_NOFOLLOW : 0);
-    Descriptor descriptor(::open(path.c_str(), flags));
-    std::unique_ptr<DIR, FolderCloser> folder(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
-    if (folder)
-        (void)descriptor.release(); // the stream closes it
-    return folder;
+    return readEntriesOf(Descriptor(::open(path.c_str(), flags)));
 }
 
 } // namespace

@@ -2,9 +2,9 @@
 #include "Platform/Linux/FolderTree.h"
 
 #include "Platform/FileEvents.h"
+#include "Platform/Linux/Shortage.h"
 #include "Platform/Log.h"
 
-#include <cerrno>
 #include <utility>
 
 #include <sys/inotify.h>
@@ -16,11 +16,6 @@ namespace {
 bool liesBelow(const std::string &path, const std::string &folder) {
     return path.size() > folder.size() && path.starts_with(folder) &&
            (folder.ends_with('/') || path[folder.size()] == '/');
-}
-
-// Everything else means that the folder has gone again, or may not be read.
-bool isShortage(int error) {
-    return error == ENOSPC || error == ENOMEM || error == EMFILE || error == ENFILE;
 }
 
 } // namespace
@@ -195,7 +190,7 @@ int FolderTree::watch(const Place &place) {
         return -1;
     const auto added = inotify_.add(place.path, maskFor(place.path));
     if (!added) {
-        if (isShortage(added.error().code))
+        if (isShortage(added.error().code)) // Else the folder has gone again, or may not be read.
             reportLimit(added.error().message);
         return -1;
     }

@@ -13,7 +13,8 @@
 
 namespace moxel {
 
-/// Buses and devices may hold it longer than its manager lives; it then keeps silent.
+/// Buses and devices may hold it longer than its manager lives; it then keeps silent. Buses tell it their
+/// news on their threads; the rest is for the scheduled thread.
 class HIDManagerSchedule final : public HIDBusObserver,
                                  public HIDDeviceHost,
                                  public WorkItem,

@@ -7,16 +7,15 @@
 #include "Platform/Linux/BusMessage.h"
 #include "Platform/Linux/BusSocket.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/FolderStream.h"
 #include "Platform/Linux/HidrawNode.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -141,14 +140,9 @@ class Question {
 
 /// The names of the devices in a folder, sorted.
 Result<std::vector<std::string>> deviceNames(int folder) {
-    struct Closer {
-        void operator()(DIR *stream) const { ::closedir(stream); }
-    };
-    Descriptor copy(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
-    const std::unique_ptr<DIR, Closer> stream(copy ? ::fdopendir(copy.get()) : nullptr);
+    const FolderStream stream = readEntriesOf(Descriptor(::fcntl(folder, F_DUPFD_CLOEXEC, 0)));
     if (!stream)
         return systemError("it cannot be listed", errno);
-    (void)copy.release(); // The directory stream's now.
     std::vector<std::string> names;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this stream
     while (const dirent *entry = ::readdir(stream.get())) {

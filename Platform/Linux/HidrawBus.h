@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Platform/Linux/HIDBus.h"
+#include "Platform/Linux/HidrawWatcher.h"
 #include "Platform/Linux/ServiceThread.h"
 #include "Platform/Result.h"
 
@@ -22,13 +23,11 @@ class HidrawBus final : public HIDBus {
     void addObserver(std::weak_ptr<HIDBusObserver> observer) override;
 
   private:
-    class Watcher;
-
     explicit HidrawBus(std::shared_ptr<ServiceThread> services);
     static Result<std::shared_ptr<HidrawBus>> create();
 
     const std::shared_ptr<ServiceThread> services_;
-    std::unique_ptr<Watcher> watcher_; ///< Lives on the service thread. Set from creation on.
+    std::unique_ptr<HidrawWatcher> watcher_; ///< Lives on the service thread. Set from creation on.
 };
 
 } // namespace moxel

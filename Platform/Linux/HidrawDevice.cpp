@@ -1,14 +1,12 @@
 #include "Platform/Linux/HidrawDevice.h"
 
 #include "Platform/Linux/CloseAside.h"
-#include "Platform/Linux/Guard.h"
+#include "Platform/Linux/Shortage.h"
 #include "Platform/Log.h"
-#include "Platform/LogText.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/hidraw.h>
@@ -35,11 +33,6 @@ BlockingCalls::Clock::time_point deadline() { return BlockingCalls::Clock::now()
 void dispose(Descriptor *descriptor) noexcept {
     const std::unique_ptr<Descriptor> owner(descriptor);
     closeAside(std::move(*owner));
-}
-
-/// True where the next attempt may find more of what this one lacked.
-bool isShortage(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EAGAIN;
 }
 
 bool hangsUp(const Descriptor &descriptor) {
@@ -96,15 +89,7 @@ std::optional<HIDProperty> HidrawDevice::property(std::string_view key) const {
 
 std::optional<std::string> HidrawDevice::registryEntryName() const { return entry_->node().properties.name; }
 
-std::string HidrawDevice::description() const {
-    const BusDeviceProperties &properties = entry_->node().properties;
-    std::array<char, 64> numbers{};
-    std::snprintf(numbers.data(), numbers.size(), " vendor 0x%04X product 0x%04X>", properties.vendorID,
-                  properties.productID);
-    std::array<char, 32> address{};
-    std::snprintf(address.data(), address.size(), "<HIDDevice %p ", static_cast<const void *>(this));
-    return address.data() + printableText(properties.name) + numbers.data();
-}
+std::string HidrawDevice::description() const { return entry_->node().properties.descriptionOf(*this); }
 
 // ------------------------------------------------------------------------------------------ Open and close
 
@@ -168,7 +153,7 @@ void HidrawDevice::openingHasFailed(int error) {
     openingFailed_ = true; // Before it is announced anew.
     entry_->openingFailed();
     if (error != ETIMEDOUT) // It tells itself when it comes to its end.
-        entry_->askForAnotherLook(isShortage(error));
+        entry_->askForAnotherLook(isShortage(error) || error == EAGAIN);
 }
 
 /// Opens the node and returns 0, or the errno value of why it could not. When the kernel lets it be opened

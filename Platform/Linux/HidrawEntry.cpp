@@ -26,8 +26,8 @@ void HidrawEntry::complain() const {
         complainOf(rights.error().code);
 }
 
-void HidrawEntry::askForAnotherLook(bool isShortage) const {
-    if ((isShortage || !hasLookedAgain_.exchange(true)) && requests_.lookAgain)
+void HidrawEntry::askForAnotherLook(bool forShortage) const {
+    if ((forShortage || !hasLookedAgain_.exchange(true)) && requests_.lookAgain)
         guarded("asking for another look at a HID device", requests_.lookAgain);
 }
 

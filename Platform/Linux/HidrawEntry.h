@@ -34,7 +34,7 @@ class HidrawEntry final : public HIDBusEntry, public std::enable_shared_from_thi
     void openingFailed() const noexcept { openingFailed_ = true; }
     /// Has the bus look by itself: as long as there is a shortage, and else once, because what has changed
     /// just now it has seen already.
-    void askForAnotherLook(bool isShortage) const;
+    void askForAnotherLook(bool forShortage) const;
     void wasOpened() const noexcept { hasLookedAgain_ = false; }
     /// True once after openingFailed().
     [[nodiscard]] bool takeFailure() const noexcept { return openingFailed_.exchange(false); }

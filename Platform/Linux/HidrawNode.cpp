@@ -3,6 +3,7 @@
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/HidrawProperties.h"
 #include "Platform/Linux/ReportDescriptor.h"
+#include "Platform/Linux/Shortage.h"
 
 #include <algorithm>
 #include <array>
@@ -27,11 +28,8 @@ struct DeviceCloser {
 };
 using Device = std::unique_ptr<sd_device, DeviceCloser>;
 
-/// True for what passes when the process, or the system, has more again.
-bool isShortage(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS || error == EAGAIN ||
-           error == EINTR;
-}
+/// True for what may be another time.
+bool mayPass(int error) { return isShortage(error) || error == EAGAIN || error == EINTR; }
 
 Error shortage(int error) { return systemError("A HID device cannot be looked at", error); }
 
@@ -62,7 +60,7 @@ Result<std::string> fileContent(const std::string &path) {
 Result<std::string> attribute(sd_device *device, const char *name) {
     const char *value = nullptr;
     const int error = -sd_device_get_sysattr_value(device, name, &value);
-    if (isShortage(error))
+    if (mayPass(error))
         return shortage(error);
     return std::string(error > 0 ? "" : value);
 }
@@ -96,7 +94,7 @@ Result<std::vector<std::string>> hidrawNames() {
         if (isHidrawName(name))
             names.push_back(std::move(name));
     }
-    if (isShortage(error.value()))
+    if (mayPass(error.value()))
         return systemError("Cannot list the kernel's HID devices", error.value());
     return names;
 }
@@ -116,17 +114,17 @@ Result<std::optional<HidrawNode>> readHidrawNode(const std::string &name) {
     if (error <= 0)
         error = -sd_device_get_parent_with_subsystem_devtype(made, "hid", nullptr, &hid);
     if (error > 0)
-        return isShortage(error) ? Result<std::optional<HidrawNode>>(shortage(error)) : none;
+        return mayPass(error) ? Result<std::optional<HidrawNode>>(shortage(error)) : none;
 
     const std::string folder = syspathOf(hid);
     const Result<std::string> uevent = fileContent(folder + "/uevent");
     const Result<std::string> descriptor = fileContent(folder + "/report_descriptor");
     for (const Result<std::string> *each : {&uevent, &descriptor})
         if (!each->ok())
-            return isShortage(each->error().code) ? Result<std::optional<HidrawNode>>(each->error()) : none;
+            return mayPass(each->error().code) ? Result<std::optional<HidrawNode>>(each->error()) : none;
     std::optional<USBStrings> strings;
     error = -sd_device_get_parent_with_subsystem_devtype(made, "usb", "usb_device", &usb);
-    if (isShortage(error))
+    if (mayPass(error))
         return shortage(error);
     if (error <= 0) {
         Result<USBStrings> read = usbStrings(usb);
@@ -162,7 +160,7 @@ Result<void> checkRights(const HidrawNode &node) {
 Result<std::string> sysPathOfNumber(dev_t number) {
     sd_device *made = nullptr;
     const int error = -sd_device_new_from_devnum(&made, 'c', number);
-    if (isShortage(error))
+    if (mayPass(error))
         return shortage(error);
     const Device device(error > 0 ? nullptr : made);
     return error > 0 ? std::string() : syspathOf(made);

@@ -7,32 +7,28 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
+#include <vector>
 
 namespace moxel {
 
 namespace {
 
-/// The value of the line "KEY=VALUE".
-std::optional<std::string_view> ueventValue(std::string_view uevent, std::string_view key) {
+/// The values of all lines "KEY=VALUE".
+std::vector<std::string_view> ueventValues(std::string_view uevent, std::string_view key) {
+    std::vector<std::string_view> values;
     while (!uevent.empty()) {
         const std::string_view line = uevent.substr(0, uevent.find('\n'));
         uevent.remove_prefix(std::min(uevent.size(), line.size() + 1));
         if (line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=')
-            return line.substr(key.size() + 1);
+            values.push_back(line.substr(key.size() + 1));
     }
-    return std::nullopt;
+    return values;
 }
 
-/// A newline in one of a device's texts begins a line that looks like the kernel's own, before the one that
-/// it stands for or after it.
-bool hasLineTwice(std::string_view uevent, std::string_view key) {
-    size_t count = 0;
-    while (!uevent.empty()) {
-        const std::string_view line = uevent.substr(0, uevent.find('\n'));
-        uevent.remove_prefix(std::min(uevent.size(), line.size() + 1));
-        count += line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=' ? 1 : 0;
-    }
-    return count > 1;
+/// Empty when there is no such line.
+std::string_view ueventValue(std::string_view uevent, std::string_view key) {
+    const std::vector<std::string_view> values = ueventValues(uevent, key);
+    return values.empty() ? std::string_view() : values.front();
 }
 
 /// Takes a hexadecimal number that ends at `end` (or with the text) from the front.
@@ -55,10 +51,12 @@ std::string utf8Text(std::string_view bytes) {
 
 Result<BusDeviceProperties>
 hidrawProperties(std::string_view uevent, std::span<const uint8_t> reportDescriptor, const USBStrings *usb) {
+    // A newline in one of a device's texts begins a line that looks like the kernel's own, before the one
+    // that it stands for or after it.
     for (const std::string_view key : {"HID_ID", "HID_NAME", "HID_PHYS", "HID_UNIQ"})
-        if (hasLineTwice(uevent, key))
+        if (ueventValues(uevent, key).size() > 1)
             return Error{"its " + std::string(key) + " is there twice"};
-    std::string_view identity = ueventValue(uevent, "HID_ID").value_or("");
+    std::string_view identity = ueventValue(uevent, "HID_ID");
     const auto bus = takeNumber(identity, ':');
     const auto vendor = bus ? takeNumber(identity, ':') : std::nullopt;
     const auto product = vendor ? takeNumber(identity, '\n') : std::nullopt;
@@ -71,16 +69,16 @@ hidrawProperties(std::string_view uevent, std::span<const uint8_t> reportDescrip
     properties.productID = static_cast<uint16_t>(*product);
     properties.primaryUsagePage = summary.usagePage;
     properties.primaryUsage = summary.usage;
-    properties.name = utf8Text(ueventValue(uevent, "HID_NAME").value_or(""));
+    properties.name = utf8Text(ueventValue(uevent, "HID_NAME"));
     if (usb != nullptr) {
         properties.manufacturer = utf8Text(usb->manufacturer);
         properties.product = utf8Text(usb->product);
         properties.serialNumber = utf8Text(usb->serialNumber);
     } else {
-        const std::string_view address = ueventValue(uevent, "HID_PHYS").value_or("");
+        const std::string_view address = ueventValue(uevent, "HID_PHYS");
         properties.manufacturer = utf8Text(address.substr(0, address.find('/')));
         properties.product = properties.name;
-        properties.serialNumber = utf8Text(ueventValue(uevent, "HID_UNIQ").value_or(""));
+        properties.serialNumber = utf8Text(ueventValue(uevent, "HID_UNIQ"));
     }
     return properties;
 }

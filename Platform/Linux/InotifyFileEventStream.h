@@ -12,6 +12,7 @@
 
 namespace moxel {
 
+/// Lives on the thread of its run loop.
 class InotifyFileEventStream final : public FileEventStream {
   public:
     InotifyFileEventStream(Inotify inotify, const std::vector<std::string> &folders, RunLoop::Seconds latency,

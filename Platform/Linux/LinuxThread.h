@@ -12,6 +12,7 @@
 
 namespace moxel {
 
+/// Any thread, but for what is said to be for the thread itself.
 class LinuxThread final : public Thread {
   public:
     LinuxThread(std::string name, bool isMain);

@@ -1,6 +1,7 @@
 #include "Platform/Linux/PresenceConnection.h"
 
 #include "Platform/Linux/BusMessage.h"
+#include "Platform/Linux/Shortage.h"
 #include "Platform/Log.h"
 #include "Platform/LogText.h"
 

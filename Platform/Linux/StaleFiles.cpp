@@ -2,13 +2,12 @@
 #include "Platform/StaleFiles.h"
 
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/FolderStream.h"
 
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -55,15 +54,10 @@ bool isFolder(int folder, const FileIdentity &identity) {
 }
 
 std::vector<std::string> namesIn(int folder) {
-    struct Closer {
-        void operator()(DIR *stream) const { ::closedir(stream); }
-    };
     std::vector<std::string> names;
-    Descriptor copy(::openat(folder, ".", folderFlags));
-    const std::unique_ptr<DIR, Closer> stream(copy ? ::fdopendir(copy.get()) : nullptr);
+    const FolderStream stream = readEntriesOf(Descriptor(::openat(folder, ".", folderFlags)));
     if (!stream)
         return names;
-    (void)copy.release(); // the stream closes it
     // The stream is this thread's own.
     while (const dirent *entry = ::readdir(stream.get())) { // NOLINT(concurrency-mt-unsafe)
         const std::string_view name = entry->d_name;

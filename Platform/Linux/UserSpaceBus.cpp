@@ -2,16 +2,15 @@
 
 #include "Platform/Linux/Alarm.h"
 #include "Platform/Linux/BusFolder.h"
+#include "Platform/Linux/HIDBusObservers.h"
 #include "Platform/Linux/PresenceConnection.h"
 #include "Platform/Log.h"
 #include "Platform/LogText.h"
 
-#include <algorithm>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <utility>
-#include <vector>
 
 namespace moxel {
 
@@ -45,13 +44,7 @@ class UserSpaceBus::Watcher final : public PresenceConnection::Owner {
                     listener->entryArrived(connection->entry());
             }
         }
-        const auto isGone = [](const auto &each) { return each.expired(); };
-        std::erase_if(observers_, isGone);
-        const auto isSame = [&](const auto &each) {
-            return !each.owner_before(observer) && !observer.owner_before(each);
-        };
-        if (std::ranges::none_of(observers_, isSame))
-            observers_.push_back(std::move(observer));
+        observers_.add(std::move(observer));
     }
 
   private:
@@ -96,10 +89,7 @@ class UserSpaceBus::Watcher final : public PresenceConnection::Owner {
     }
 
     void deviceArrived(PresenceConnection &connection) override {
-        for (const auto &observer : observers_) {
-            if (const auto listener = observer.lock())
-                listener->entryArrived(connection.entry());
-        }
+        observers_.tell(&HIDBusObserver::entryArrived, connection.entry());
     }
 
     void connectionEnded(PresenceConnection &connection) override {
@@ -109,10 +99,7 @@ class UserSpaceBus::Watcher final : public PresenceConnection::Owner {
         if (!entry)
             return;
         entry->drop(); // Ends every wait for the device.
-        for (const auto &observer : observers_) {
-            if (const auto listener = observer.lock())
-                listener->entryLeft(entry);
-        }
+        observers_.tell(&HIDBusObserver::entryLeft, entry);
     }
 
     void shortageOccurred(const Error &error) override { folder_.shortageOccurred(error); }
@@ -125,7 +112,7 @@ class UserSpaceBus::Watcher final : public PresenceConnection::Owner {
     BusFolder folder_;
     std::map<FileIdentity, std::unique_ptr<PresenceConnection>> connections_;
     bool limitLogged_ = false;
-    std::vector<std::weak_ptr<HIDBusObserver>> observers_;
+    HIDBusObservers observers_;
 };
 
 Result<std::shared_ptr<HIDBus>> UserSpaceBus::shared() {

@@ -1,10 +1,8 @@
 #include "Platform/Linux/UserSpaceBusDevice.h"
 
 #include "Platform/Log.h"
-#include "Platform/LogText.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <sys/socket.h>
@@ -69,15 +67,7 @@ std::optional<HIDProperty> UserSpaceBusDevice::property(std::string_view key) co
 
 std::optional<std::string> UserSpaceBusDevice::registryEntryName() const { return entry_->properties().name; }
 
-std::string UserSpaceBusDevice::description() const {
-    const BusDeviceProperties &properties = entry_->properties();
-    char numbers[64];
-    std::snprintf(numbers, sizeof numbers, " vendor 0x%04X product 0x%04X>", properties.vendorID,
-                  properties.productID);
-    char address[32];
-    std::snprintf(address, sizeof address, "<HIDDevice %p ", static_cast<const void *>(this));
-    return address + printableText(properties.name) + numbers;
-}
+std::string UserSpaceBusDevice::description() const { return entry_->properties().descriptionOf(*this); }
 
 // ------------------------------------------------------------------------------------------ Open and close
 

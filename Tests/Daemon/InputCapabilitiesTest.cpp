@@ -41,6 +41,9 @@ TEST(DaemonInputCapabilities, OtherDevicesAreOther) {
     EXPECT_EQ(kindOf(keyboard), DeviceKind::other) << "a keyboard with the axes of a controller";
     keyboard.keys.reset(KEY_D);
     EXPECT_EQ(kindOf(keyboard), DeviceKind::sixAxisController) << "some keys make no keyboard";
+    keyboard.keys.set(KEY_D);
+    keyboard.keys.reset(KEY_ESC);
+    EXPECT_EQ(kindOf(keyboard), DeviceKind::sixAxisController) << "nor do those behind Escape";
     EXPECT_EQ(kindOf(with({BTN_LEFT, BTN_RIGHT}, 0x103, 0)), DeviceKind::other) << "a mouse";
     EXPECT_EQ(kindOf(with({BTN_LEFT}, 0, 0x3)), DeviceKind::other) << "a virtual machine's tablet";
     EXPECT_EQ(kindOf(with({BTN_TOUCH, BTN_0}, 0, six)), DeviceKind::other) << "a tablet";

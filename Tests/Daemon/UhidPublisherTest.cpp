@@ -6,6 +6,7 @@
 #include "Moxel Daemon/Kernel/UhidChannel.h"
 #include "Support/CapturedLog.h"
 #include "Support/HIDClient.h"
+#include "Support/SlowToClose.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +31,8 @@ class DaemonUhidPublisher : public ::testing::Test {
     DaemonUhidPublisher() {
         description.name = "Device";
         loop.run([&] {
-            publisher = std::move(*UhidPublisher::create([this] { return openDevice(); }, folder.path()));
+            publisher =
+                std::move(*UhidPublisher::create(UhidMaker([this] { return openDevice(); }, folder.path())));
             kernels.clear(); // What tells that devices can be made is closed by now.
             channel = std::move(*publisher->publish(description, handler));
         });
@@ -238,8 +240,8 @@ TEST_F(DaemonUhidPublisher, NameThatAnotherDeviceHasIsRefused) {
 
 TEST_F(DaemonUhidPublisher, WithoutTheKernelsDeviceThereIsNoPublisher) {
     loop.run([&] {
-        const auto refused = UhidPublisher::create(
-            []() -> Result<Descriptor> { return systemError("Cannot open it", ENOENT); }, folder.path());
+        const auto refused = UhidPublisher::create(UhidMaker(
+            []() -> Result<Descriptor> { return systemError("Cannot open it", ENOENT); }, folder.path()));
         ASSERT_FALSE(refused.ok());
         EXPECT_EQ(refused.error().code, ENOENT);
     });
@@ -409,8 +411,8 @@ TEST_F(DaemonUhidPublisher, NameIsTakenBeforeTheKernelListsTheDevice) {
         return Descriptor(::open(file.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     };
     loop.run([&] {
-        const auto one = std::move(*UhidPublisher::create(open, folder.path()));
-        const auto other = std::move(*UhidPublisher::create(open, folder.path()));
+        const auto one = std::move(*UhidPublisher::create(UhidMaker(open, folder.path())));
+        const auto other = std::move(*UhidPublisher::create(UhidMaker(open, folder.path())));
         auto first = one->publish(description, handler);
         ASSERT_TRUE(first.ok());
         const auto refused = other->publish(description, handler);
@@ -419,9 +421,81 @@ TEST_F(DaemonUhidPublisher, NameIsTakenBeforeTheKernelListsTheDevice) {
         DeviceDescription different = description;
         different.name = "Different";
         EXPECT_TRUE(other->publish(different, handler).ok());
-        first->reset();
-        EXPECT_TRUE(one->publish(description, handler).ok()) << "it waits for the end of its own";
     });
+}
+
+/// The first device that it opens takes its time to be closed.
+class DaemonUhidNames : public DaemonUhidPublisher {
+  protected:
+    DaemonUhidNames() {
+        loop.run([this] {
+            names = std::move(
+                *UhidPublisher::create(UhidMaker([this] { return openSlowOnce(); }, folder.path())));
+            isArmed = true;
+            channel = std::move(*names->publish(description, handler));
+            channel.reset();
+        });
+    }
+    ~DaemonUhidNames() override {
+        slow.release();
+        loop.run([this] {
+            channel.reset();
+            names.reset();
+        });
+    }
+    Result<Descriptor> openSlowOnce() {
+        if (isArmed && !std::exchange(hasOpenedSlow, true))
+            return slow.take();
+        Result<Descriptor> opened = openDevice();
+        made.change([this](size_t &count) { count = kernels.size(); });
+        return opened;
+    }
+
+    test::SlowToClose slow;
+    bool isArmed = false;
+    bool hasOpenedSlow = false;
+    test::Awaited<size_t> made;
+    std::unique_ptr<UhidPublisher> names;
+};
+
+TEST_F(DaemonUhidNames, DeviceComesWhenTheEarlierOneOfItsNameHasBeenClosed) {
+    loop.run([this] {
+        kernels.clear();
+        made.set(0);
+        auto published = names->publish(description, handler);
+        ASSERT_TRUE(published.ok());
+        channel = std::move(*published);
+        const auto second = names->publish(description, handler);
+        ASSERT_FALSE(second.ok());
+        EXPECT_EQ(second.error().code, EADDRINUSE);
+        EXPECT_EQ(channel->sendInput(Bytes{0x35}), 0U);
+    });
+    EXPECT_EQ(made.get(), 0U) << "its name is not free yet";
+    slow.release();
+    ASSERT_TRUE(made.awaitValue(1));
+    loop.run([this] { kernel = std::move(kernels.back()); });
+    openDeviceAsClient();
+}
+
+TEST_F(DaemonUhidNames, DeviceThatIsNotWantedAnyMoreDoesNotComeLater) {
+    loop.run([this] {
+        kernels.clear();
+        made.set(0);
+        EXPECT_TRUE(names->publish(description, handler).ok());
+        auto published = names->publish(description, handler);
+        ASSERT_TRUE(published.ok()) << "nobody waits for the name";
+        channel = std::move(*published);
+    });
+    slow.release();
+    ASSERT_TRUE(made.awaitValue(1));
+    loop.run([this] { EXPECT_EQ(kernels.size(), 1U); });
+}
+
+TEST_F(DaemonUhidNames, DeviceWhoseNameSomebodyElseHasTakenIsReported) {
+    loop.run([this] { channel = std::move(*names->publish(description, handler)); });
+    folder.write("0006:4D58:0001.0001/uevent", "HID_NAME=Device\n");
+    slow.release();
+    EXPECT_TRUE(log.waitFor("Error: Device is already published by a running daemon"));
 }
 
 TEST_F(DaemonUhidPublisher, DaemonLeavesSomeOfTheKernelsNodesToOthers) {

@@ -4,6 +4,8 @@
 #include "Tools/moxelctl/DriverDiagnosis.h"
 #include "Tools/moxelctl/SurveyChecks.h"
 
+#include <csignal>
+#include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -285,6 +287,19 @@ TEST_F(Doctor, SaysThatAProgramIsNoApplicationOfTheDriver) {
                 StartsWith("true installs no handlers"));
     EXPECT_THAT(std::string(check(report(1, {folder.path("nothing")}), "loop")["finding"]),
                 HasSubstr("No such file"));
+}
+
+TEST_F(Doctor, EndsAnApplicationThatDoesNotEndWhenItIsAsked) {
+    startDaemon();
+    ASSERT_TRUE(moxeld->startMovement().ok());
+    const std::string file = folder.path("process");
+    const std::string script = "trap '' TERM; echo $$ >" + file + "; exec sleep 1000 >&- 2>&-";
+    const Json loop = check(report(1, {"--", "sh", "-c", script}), "loop");
+    EXPECT_THAT(std::string(loop["finding"]), StartsWith("sh installs no handlers"));
+    pid_t process = 0;
+    std::ifstream(file) >> process;
+    ASSERT_GT(process, 0);
+    EXPECT_EQ(::kill(process, 0), -1) << "it is still there";
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 // The reference daemon as a child process that plays a trace.
 #pragma once
 
+#include "ChildProcess.h"
 #include "Platform/Result.h"
 
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace moxel::tool {
@@ -17,29 +17,24 @@ namespace moxel::tool {
 class DaemonProcess {
   public:
     static Result<DaemonProcess> start(const std::string &program, const std::vector<std::string> &arguments);
-    ~DaemonProcess();
-    DaemonProcess(DaemonProcess &&other) noexcept;
-    DaemonProcess &operator=(DaemonProcess &&) = delete;
 
     /// Reads what there is of its standard output; false when it has closed it, which it does by ending.
     [[nodiscard]] bool readOutput();
     /// Polls readable when readOutput() has something to do.
-    [[nodiscard]] int descriptor() const noexcept { return output_; }
+    [[nodiscard]] int descriptor() const noexcept { return process_.descriptor(); }
     /// The first line of its output, which it writes when it serves clients; empty until then.
     [[nodiscard]] std::string readyLine() const;
 
     /// Asks it to end.
-    void stop() const noexcept;
+    void stop() const noexcept { process_.stop(); }
     /// Waits for the end; its exit status, or 128 and the number of the signal that ended it.
-    [[nodiscard]] int wait();
+    [[nodiscard]] int wait() noexcept { return process_.wait(); }
 
   private:
-    DaemonProcess(pid_t process, int output) : process_(process), output_(output) {}
+    explicit DaemonProcess(ChildProcess process) : process_(std::move(process)) {}
 
-    pid_t process_ = -1; ///< -1 when it has ended.
-    int output_ = -1;
-    int status_ = 0;
-    std::string text_;
+    ChildProcess process_;
+    std::string text_; ///< The beginning of its output.
 };
 
 } // namespace moxel::tool

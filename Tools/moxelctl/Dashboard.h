@@ -12,7 +12,7 @@
 namespace moxel::tool {
 
 /// Draws over its own last picture, at most thirty times a second. Draws with ASCII characters where the
-/// locale's are not UTF-8.
+/// locale's are not UTF-8. On the main thread.
 class Dashboard {
   public:
     /// Hides the cursor and cuts long rows until destroyed.

@@ -1,6 +1,7 @@
 // "moxelctl doctor": walks the way of an event from the bus to an application, and says where it ends.
 #include "ClientSession.h"
 #include "Commands.h"
+#include "Complaint.h"
 #include "DriverDiagnosis.h"
 #include "DriverLog.h"
 #include "Event.h"
@@ -43,13 +44,8 @@ std::string toText(const Check &check) {
     std::string state = stateName(check.state);
     if (check.state == Check::State::wrong)
         std::ranges::transform(state, state.begin(), [](char letter) { return char(letter - 'a' + 'A'); });
-    std::string text = format("%-13s %-8s ", check.name, state) + printableText(check.finding) + "\n";
-    for (size_t from = 0; from < check.remedy.size();) {
-        const size_t end = std::min(check.remedy.find('\n', from), check.remedy.size());
-        text += std::string(23, ' ') + printableText(check.remedy.substr(from, end - from)) + "\n";
-        from = end + 1;
-    }
-    return text;
+    return format("%-13s %-8s ", check.name, state) + printableText(check.finding) + "\n" +
+           remedyText(check.remedy, 23);
 }
 
 Json toJson(const Check &check) {

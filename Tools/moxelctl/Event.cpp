@@ -15,22 +15,14 @@ namespace {
 
 constexpr size_t syncBlockSize = 506;
 
-/// Commands of a state record, as the reference daemon uses them.
-enum StateCommand : uint16_t {
-    buttonCommand = 2,
-    motionCommand = 3,
-    applicationCommand = 10,
-    applicationButtonCommand = 11
-};
-
 Event::Kind kindOf(const MoxelStateRecord &record) {
     switch (record.command) {
-    case motionCommand:
+    case kMoxelStateMotion:
         return Event::Kind::motion;
-    case buttonCommand:
+    case kMoxelStateButtons:
         return Event::Kind::buttons;
-    case applicationCommand:
-    case applicationButtonCommand:
+    case kMoxelStateApplicationEvent:
+    case kMoxelStateDeviceAction:
         return Event::Kind::application;
     default:
         return Event::Kind::state;

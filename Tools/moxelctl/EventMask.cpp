@@ -1,6 +1,7 @@
 #include "EventMask.h"
 
 #include "Number.h"
+#include <Moxel/MoxelClient.h>
 
 #include <functional>
 #include <optional>
@@ -20,11 +21,11 @@ std::optional<uint32_t> namedMask(const std::string &text) {
 
 std::optional<uint32_t> bitOfEvent(const std::string &name) {
     if (name == "motion")
-        return 1U;
+        return kMoxelWantsMotion;
     if (name == "buttons")
-        return 2U;
+        return kMoxelWantsButtons;
     if (name == "application")
-        return 4U;
+        return kMoxelWantsApplication;
     return std::nullopt;
 }
 

@@ -22,9 +22,6 @@ namespace moxel::tool {
 
 namespace {
 
-/// State records that report an action.
-constexpr uint16_t applicationEvent = 10;
-
 class ExportCommand final : public Command {
   public:
     ExportCommand() : Command("export", "Hand the driver commands, and show them when they are pressed") {}
@@ -167,7 +164,7 @@ Examples:
         MoxelStateRecord record;
         std::memcpy(&record, argument, sizeof record);
         const auto number = static_cast<size_t>(record.param);
-        if (record.command != applicationEvent || number < 1 || number > actions_.size() ||
+        if (record.command != kMoxelStateApplicationEvent || number < 1 || number > actions_.size() ||
             (count_ && pressed_ >= *count_))
             return;
         const NumberedAction &action = actions_[number - 1];

@@ -1,5 +1,7 @@
 #include "InputFile.h"
 
+#include "Platform/Linux/Descriptor.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
@@ -32,12 +34,10 @@ Result<std::vector<uint8_t>> readToEnd(int descriptor, const std::string &name) 
 Result<std::vector<uint8_t>> readInput(const std::string &path) {
     if (path == "-")
         return readToEnd(STDIN_FILENO, inputName(path));
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
         return systemError("cannot read " + path, errno);
-    Result<std::vector<uint8_t>> content = readToEnd(descriptor, path);
-    ::close(descriptor);
-    return content;
+    return readToEnd(file.get(), path);
 }
 
 std::string inputName(const std::string &path) { return path == "-" ? "standard input" : path; }

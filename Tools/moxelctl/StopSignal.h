@@ -3,7 +3,7 @@
 
 namespace moxel::tool {
 
-/// Catches SIGINT, SIGTERM and SIGHUP while it exists. One at a time.
+/// Catches SIGINT, SIGTERM and SIGHUP while it exists. One at a time, on the main thread.
 class StopSignal {
   public:
     StopSignal();

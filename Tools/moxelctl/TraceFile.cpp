@@ -1,11 +1,11 @@
 #include "TraceFile.h"
 
+#include "Platform/Linux/Descriptor.h"
 #include "TraceText.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace moxel::tool {
 
@@ -13,15 +13,11 @@ Result<TraceFile> TraceFile::create(const std::string &path, bool overwrites) {
     if (path == "-")
         return TraceFile(stdout, "standard output");
     const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (overwrites ? O_TRUNC : O_EXCL);
-    const int descriptor = ::open(path.c_str(), flags, 0666);
-    if (descriptor < 0)
+    Descriptor descriptor(::open(path.c_str(), flags, 0666));
+    FILE *const file = descriptor ? ::fdopen(descriptor.get(), "w") : nullptr;
+    if (file == nullptr)
         return systemError("cannot write " + path, errno);
-    FILE *const file = ::fdopen(descriptor, "w");
-    if (file == nullptr) {
-        const int error = errno;
-        ::close(descriptor);
-        return systemError("cannot write " + path, error);
-    }
+    (void)descriptor.release(); // The stream closes it.
     return TraceFile(file, path);
 }
 

@@ -29,8 +29,7 @@ std::string motionText(const MoxelStateRecord &record) {
 }
 
 std::string applicationText(const Event &event) {
-    constexpr uint16_t applicationCommand = 10;
-    if (event.record.command != applicationCommand)
+    if (event.record.command != kMoxelStateApplicationEvent)
         return comment(event);
     std::string text = format("appevent %d %s", event.record.param,
                               event.record.appEventPressed != 0 ? "pressed" : "released");

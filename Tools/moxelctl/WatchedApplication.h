@@ -1,22 +1,23 @@
 // An application that runs under the doctor's eyes.
 #pragma once
 
+#include "ChildProcess.h"
 #include "Platform/Result.h"
 
 #include <chrono>
 #include <string>
-#include <sys/types.h>
+#include <string_view>
 #include <vector>
 
 namespace moxel::tool {
 
-/// Its standard output goes to our standard error, as does its own but for the library's log, which is read.
-/// Ends with the object. On one thread.
+/// Its standard output goes to our standard error; its own, which holds the library's log, is read. Ends with
+/// the object, within a second. On one thread.
 class WatchedApplication {
   public:
     static Result<WatchedApplication> start(const std::vector<std::string> &commandLine);
     ~WatchedApplication();
-    WatchedApplication(WatchedApplication &&other) noexcept;
+    WatchedApplication(WatchedApplication &&) noexcept = default;
     WatchedApplication &operator=(WatchedApplication &&) = delete;
 
     /// Reads what it logs until a line holds `text`, the time is up or it ends; true for the first.
@@ -25,13 +26,11 @@ class WatchedApplication {
     [[nodiscard]] bool hasLogged(const std::string &text) const;
 
   private:
-    WatchedApplication(pid_t process, int errors) : process_(process), errors_(errors) {}
+    explicit WatchedApplication(ChildProcess process) : process_(std::move(process)) {}
 
-    [[nodiscard]] bool read();
-    void stop() noexcept;
+    void take(std::string_view text);
 
-    pid_t process_ = -1;
-    int errors_ = -1;
+    ChildProcess process_;
     std::string unread_;              ///< The beginning of a line.
     std::vector<std::string> logged_; ///< The first lines.
 };
