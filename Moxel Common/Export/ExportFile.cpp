@@ -67,7 +67,9 @@ Result<std::vector<uint8_t>> readExportFile(const std::string &path) {
 
 Result<void> writeExportDictionary(const std::string &path, const Dictionary &dictionary) {
     const auto bytes = losslessPropertyList(dictionary);
-    return bytes ? writeExportFile(path, bytes->bytes()) : bytes.error();
+    if (!bytes)
+        return bytes.error();
+    return writeExportFile(path, {reinterpret_cast<const uint8_t *>(bytes->data()), bytes->size()});
 }
 
 Result<MutableDictionary> readExportDictionary(const std::string &path) {

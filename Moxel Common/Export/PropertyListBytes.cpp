@@ -21,21 +21,23 @@ bool isFractionalDate(const Value &value) {
 }
 
 bool holdsFractionalDate(const Value &root) {
-    std::vector<Value> waiting{root};
+    std::vector<const Value *> waiting{&root};
     std::unordered_set<const detail::Node *> met;
     while (!waiting.empty()) {
-        const Value value = std::move(waiting.back());
+        const Value &value = *waiting.back();
         waiting.pop_back();
         if (isFractionalDate(value))
             return true;
-        if ((value.kind() != Kind::dictionary && value.kind() != Kind::array) ||
-            !met.insert(value.node()).second)
+        if (value.kind() != Kind::dictionary && value.kind() != Kind::array)
+            continue;
+        // What is referred to once is met once.
+        if (!value.node()->hasOneReference() && !met.insert(value.node()).second)
             continue;
         const detail::ContainerCursor container(value);
         for (size_t i = 0; i < container.size(); ++i)
             if (const Kind kind = container.value(i).kind();
                 kind == Kind::dictionary || kind == Kind::array || kind == Kind::date)
-                waiting.push_back(container.value(i));
+                waiting.push_back(&container.value(i));
     }
     return false;
 }
@@ -52,12 +54,15 @@ Result<Value> readMutablePropertyList(std::span<const uint8_t> bytes) {
     return copy;
 }
 
-Result<Data> losslessPropertyList(const Value &root) {
+Result<std::string> losslessPropertyList(const Value &root) {
     if (!holdsFractionalDate(root)) {
-        if (const auto xml = writeXMLPropertyList(root))
-            return Data(std::vector<uint8_t>(xml->begin(), xml->end()));
+        if (auto xml = writeXMLPropertyList(root))
+            return xml;
     }
-    return writeBinaryPropertyList(root);
+    const auto binary = writeBinaryPropertyList(root);
+    if (!binary)
+        return binary.error();
+    return std::string(binary->bytes().begin(), binary->bytes().end());
 }
 
 } // namespace moxel

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace moxel {
 
@@ -14,7 +15,7 @@ namespace moxel {
 /// beyond all measure.
 [[nodiscard]] Result<Value> readMutablePropertyList(std::span<const uint8_t> bytes);
 
-/// The XML form; the binary form of what XML cannot express to the last bit.
-[[nodiscard]] Result<Data> losslessPropertyList(const Value &root);
+/// The bytes of the XML form; of the binary form where XML cannot express the list to the last bit.
+[[nodiscard]] Result<std::string> losslessPropertyList(const Value &root);
 
 } // namespace moxel
