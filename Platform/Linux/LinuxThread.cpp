@@ -45,11 +45,39 @@ LinuxThread::LinuxThread(std::string name, bool isMain)
 
 // ------------------------------------------------------------------------------------------ Current thread
 
+int LinuxThread::keepUntilThreadEnds(const Holder &holder) noexcept {
+    try {
+        return pthread_setspecific(threadKey(threadEnds), holder.get());
+    } catch (const std::system_error &error) {
+        return error.code().value();
+    }
+}
+
 void LinuxThread::adopt(Holder holder) {
-    if (const int error = pthread_setspecific(threadKey(threadEnds), holder.get()); error != 0)
+    if (const int error = keepUntilThreadEnds(holder); error != 0)
         throw std::system_error(error, std::generic_category(), "Cannot attach a thread object");
     currentThread = holder.release()->get(); // threadEnds() frees it.
 }
+
+/// The object of a thread made by start(), which runs its entry in any case: others wait for what the entry
+/// tells. Where the system has no memory to keep the object until the thread ends, it is kept here.
+class LinuxThread::Attachment {
+  public:
+    explicit Attachment(Holder holder) noexcept : holder_(std::move(holder)) {
+        currentThread = holder_->get();
+        if (keepUntilThreadEnds(holder_) == 0)
+            (void)holder_.release(); // threadEnds() frees it.
+    }
+    ~Attachment() {
+        if (holder_)
+            threadEnds(holder_.release());
+    }
+    Attachment(const Attachment &) = delete;
+    Attachment &operator=(const Attachment &) = delete;
+
+  private:
+    Holder holder_;
+};
 
 std::shared_ptr<LinuxThread> LinuxThread::currentLinuxThread() {
     if (!currentThread) {
@@ -135,7 +163,7 @@ Result<std::shared_ptr<Thread>> Thread::start(std::string name, Work entry) {
     try {
         thread->thread_ = std::thread([holder = std::move(holder), entry = std::move(entry)]() mutable {
             guarded("a thread", [&] {
-                LinuxThread::adopt(std::move(holder));
+                const LinuxThread::Attachment attachment(std::move(holder));
                 currentThread->nameSystemThread();
                 Work work = std::move(entry);
                 work();

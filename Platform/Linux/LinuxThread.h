@@ -36,8 +36,12 @@ class LinuxThread final : public Thread {
     friend class Thread;
     using Holder = std::unique_ptr<std::shared_ptr<LinuxThread>>;
 
+    class Attachment;
+
     /// Makes the object the calling thread's own until the thread ends.
     static void adopt(Holder holder);
+    /// Has the system call threadEnds() when the calling thread ends; 0, or why it does not.
+    static int keepUntilThreadEnds(const Holder &holder) noexcept;
     static void threadEnds(void *holder) noexcept;
     void end() noexcept;
     void nameSystemThread() const noexcept;

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <pthread.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -117,6 +118,14 @@ bool runInFolder(const CommandLine &line, const std::string &folder) {
     return daemon.hasStarted() && run(line);
 }
 
+/// An application may have used up the keys of threads whose values need no memory.
+void useUpPlainKeys() {
+    constexpr int plainKeys = 32;
+    pthread_key_t key{};
+    for (int i = 0; i < plainKeys; ++i)
+        (void)::pthread_key_create(&key, nullptr);
+}
+
 } // namespace
 
 int main(int argumentCount, char **arguments) {
@@ -130,6 +139,7 @@ int main(int argumentCount, char **arguments) {
     app.add_option("--failures", line.failures, "How many fail in a row")->capture_default_str();
     app.add_flag("--register", line.registers, "Register and make a call, too");
     CLI11_PARSE(app, argumentCount, arguments);
+    useUpPlainKeys();
 
     std::string scratch = (std::filesystem::temp_directory_path() / "moxel-shortages-XXXXXX").string();
     if (::mkdtemp(scratch.data()) == nullptr)
