@@ -13,6 +13,7 @@
 #include <limits>
 #include <mutex>
 #include <new>
+#include <sys/auxv.h>
 #include <unistd.h>
 #include <utility>
 
@@ -197,6 +198,28 @@ void operator delete(void *block, size_t) noexcept { operator delete(block); }
 
 #else
 
+namespace {
+
+/// The dynamic loader allocates what threads have of their own. The C library keeps that of some threads that
+/// have ended for those to come, so that it tells nothing.
+bool isLoader(const void *caller) noexcept {
+    constexpr uintptr_t mostOfALoader = 256 << 10;
+    static const uintptr_t begin = ::getauxval(AT_BASE);
+    const auto address = reinterpret_cast<uintptr_t>(caller);
+    return address >= begin && address - begin < mostOfALoader;
+}
+
+void *countedFor(const void *caller, void *block) noexcept {
+    return isLoader(caller) ? block : counted(block);
+}
+
+void uncountFor(const void *caller, const void *block) noexcept {
+    if (!isLoader(caller))
+        uncount(block);
+}
+
+} // namespace
+
 // What the C library calls its own functions. Everybody's calls come here, those of libraries too.
 #pragma GCC visibility push(default)
 extern "C" {
@@ -206,18 +229,21 @@ void *__libc_realloc(void *block, size_t size);
 void *__libc_memalign(size_t alignment, size_t size);
 void __libc_free(void *block);
 
-void *malloc(size_t size) noexcept { return mayAllocate() ? counted(__libc_malloc(size)) : nullptr; }
+void *malloc(size_t size) noexcept {
+    return mayAllocate() ? countedFor(__builtin_return_address(0), __libc_malloc(size)) : nullptr;
+}
 void *calloc(size_t count, size_t size) noexcept {
-    return mayAllocate() ? counted(__libc_calloc(count, size)) : nullptr;
+    return mayAllocate() ? countedFor(__builtin_return_address(0), __libc_calloc(count, size)) : nullptr;
 }
 void *realloc(void *block, size_t size) noexcept {
     if (!mayAllocate())
         return nullptr;
+    const void *caller = __builtin_return_address(0);
     if (block == nullptr)
-        return counted(__libc_realloc(block, size));
-    uncount(block);
+        return countedFor(caller, __libc_realloc(block, size));
+    uncountFor(caller, block);
     void *moved = __libc_realloc(block, size);
-    return moved == nullptr && size != 0 ? (counted(block), nullptr) : counted(moved);
+    return moved == nullptr && size != 0 ? (countedFor(caller, block), nullptr) : countedFor(caller, moved);
 }
 void *memalign(size_t alignment, size_t size) noexcept {
     return mayAllocate() ? counted(__libc_memalign(alignment, size)) : nullptr;
@@ -231,7 +257,7 @@ int posix_memalign(void **block, size_t alignment, size_t size) noexcept {
     return 0;
 }
 void free(void *block) noexcept {
-    uncount(block);
+    uncountFor(__builtin_return_address(0), block);
     __libc_free(block);
 }
 }

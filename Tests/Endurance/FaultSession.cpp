@@ -329,8 +329,15 @@ class FaultSession {
             if (!isRight)
                 complain(std::string(which) + ": " + what);
         };
-        expect(install() == kMoxelResultOK, "no installation");
-        const uint16_t clientID = enroll();
+        // On a busy machine a session may come too late for its limits.
+        const auto comesBy = Clock::now() + 3 * patience;
+        uint16_t clientID = 0;
+        while (clientID == 0 && Clock::now() < comesBy) {
+            if (install() == kMoxelResultOK)
+                clientID = enroll();
+            if (clientID == 0)
+                cleanUp();
+        }
         expect(clientID != 0, "no registration");
         if (clientID != 0) {
             expect(control(0x74657374) == 0, "a control code is not acknowledged");
