@@ -22,7 +22,10 @@ UhidClosings::Name UhidClosings::await(const std::string &name, std::function<vo
     const std::lock_guard lock(mutex_);
     if (!names_.contains(name))
         return Name::isFree;
-    return waiting_.try_emplace(name, std::move(then)).second ? Name::isComing : Name::isPromised;
+    if (waiting_.contains(name))
+        return Name::isPromised;
+    waiting_[name] = std::move(then);
+    return Name::isComing;
 }
 
 void UhidClosings::forget(const std::string &name) noexcept {
