@@ -4,6 +4,7 @@
 #include <Moxel/MoxelClientAPI.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace moxel {
 
@@ -19,15 +20,15 @@ ClientRegistry::Client ClientRegistry::findOfThread(uint64_t thread) const {
     return entry == entries_.end() ? nullptr : entry->object;
 }
 
-void ClientRegistry::set(uint64_t key, Client client, uint64_t thread) {
+ClientRegistry::Client ClientRegistry::set(uint64_t key, Client client, uint64_t thread) {
     const std::lock_guard lock(mutex_);
     const auto entry = std::ranges::find(entries_, key, &Entry::key);
     if (entry == entries_.end()) {
         entries_.push_back({key, std::move(client), thread});
-        return;
+        return nullptr;
     }
-    entry->object.swap(client); // The replaced session is released after the lock.
     entry->thread = thread;
+    return std::exchange(entry->object, std::move(client));
 }
 
 void ClientRegistry::remove(uint64_t key) {
@@ -43,6 +44,11 @@ void ClientRegistry::remove(uint64_t key) {
 void ClientRegistry::removeClient(const Client &client) {
     const std::lock_guard lock(mutex_);
     std::erase_if(entries_, [&client](const Entry &entry) { return entry.object == client; });
+}
+
+bool ClientRegistry::holds(const Client &client) const {
+    const std::lock_guard lock(mutex_);
+    return std::ranges::find(entries_, client, &Entry::object) != entries_.end();
 }
 
 size_t ClientRegistry::size() const {
@@ -70,9 +76,14 @@ ClientRegistry::Client CurrentClientViaClientID(uint16_t clientID) {
     return clientID != 0 ? gClients().find(clientID) : gClients().findOfThread(currentThreadKey());
 }
 
+void letGoOf(const ClientRegistry::Client &client) {
+    if (client && !gPendingClients().holds(client) && !gClients().holds(client))
+        client->endClientThread();
+}
+
 void enterRegisteredClient(const ClientRegistry::Client &client, uint16_t clientID) {
     if (!CurrentClientViaClientID(clientID))
-        gClients().set(clientID, client, currentThreadKey());
+        letGoOf(gClients().set(clientID, client, currentThreadKey()));
     gPendingClients().remove(currentThreadKey());
 }
 

@@ -21,10 +21,12 @@ class ClientRegistry {
     [[nodiscard]] Client find(uint64_t key) const;
     /// The first session that the thread entered, or null.
     [[nodiscard]] Client findOfThread(uint64_t thread) const;
-    void set(uint64_t key, Client client, uint64_t thread);
+    /// Returns the session that stood under the key until now, or null.
+    Client set(uint64_t key, Client client, uint64_t thread);
     void remove(uint64_t key);
     /// Removes every entry of a session.
     void removeClient(const Client &client);
+    [[nodiscard]] bool holds(const Client &client) const;
     [[nodiscard]] size_t size() const;
 
   private:
@@ -50,6 +52,10 @@ ClientRegistry &gClients();
 
 /// The key of the calling thread.
 [[nodiscard]] uint64_t currentThreadKey();
+
+/// Ends the thread of a session that neither registry holds any more, such as one that another took the place
+/// of: nobody can clean it up. Does nothing to others; null is allowed.
+void letGoOf(const ClientRegistry::Client &client);
 
 /// Moves the calling thread's session from the pending to the registered ones, unless the identifier is
 /// taken. A session whose registration failed goes the same way, under 0, so that the thread is free to

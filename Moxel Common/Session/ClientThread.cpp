@@ -105,14 +105,19 @@ bool MoxelClientAPI::performOnClientThread(std::chrono::duration<double> delay,
         [performHere, delay, callback = std::move(callback)] { (void)performHere(delay, callback); });
 }
 
-bool MoxelClientAPI::stopClientThread() {
+void MoxelClientAPI::endClientThread() {
     bClientReady_ = false;
+    const std::lock_guard lock(threadMutex_);
+    stopRequested_ = true;
+    if (threadRunLoop_)
+        threadRunLoop_->stop();
+}
+
+bool MoxelClientAPI::stopClientThread() {
+    endClientThread();
     std::shared_ptr<Thread> ended;
     {
         std::unique_lock lock(threadMutex_);
-        stopRequested_ = true;
-        if (threadRunLoop_)
-            threadRunLoop_->stop();
         if (!threadEnded_.wait_for(lock, stopLimit, [this] { return clientThreadEnded_; }))
             return false; // The thread holds the object and lets go of it when it ends.
         ended = std::move(clientThread_);

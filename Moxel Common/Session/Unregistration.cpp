@@ -59,9 +59,12 @@ void unregisterClient(uint16_t clientID) {
         else
             logError("%s, Error: Call to terminate ", function);
     }
-    gPendingClients().set(currentThreadKey(), client, currentThreadKey());
+    // Of another thread's session, while one of this thread waits for its registration or cleanup.
+    const ClientRegistry::Client replaced =
+        gPendingClients().set(currentThreadKey(), client, currentThreadKey());
     // Not only the entry of clientID: that may be 0, and a repeated registration may have changed the number.
     gClients().removeClient(client);
+    letGoOf(replaced);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Installation and cleanup of handlers, and the registries of sessions.
 #include "Helpers/Condition.h"
+#include "Support/Await.h"
 #include "Support/CapturedLog.h"
 #include "Support/LiveDaemon.h"
 #include "Values/Format.h"
@@ -285,6 +286,81 @@ TEST_F(HandlerInstallation, CleanupGivesUpAfterASecondOnAHandlerThatDoesNotRetur
     mayLeave.set_value();
     ended.get_future().wait();
     EXPECT_TRUE(weak.expired());
+}
+
+// ------------------------------------------------------------------------------------------ Replaced
+// sessions
+
+/// Waits until the threads of `count` sessions that nobody stops by a call have ended.
+class ClientThreadsEnd {
+  public:
+    [[nodiscard]] bool await(int count) const { return ended_->awaitValue(count); }
+
+  private:
+    // Shared with the subscription, which may be running when it is taken back.
+    std::shared_ptr<test::Awaited<int>> ended_ = std::make_shared<test::Awaited<int>>(0);
+    NotificationSubscription subscription_ = NotificationCenter::defaultCenter().subscribe(
+        threadWillExitNotification, nullptr, [ended = ended_](const Notification &notification) {
+            if (dynamic_cast<const Thread &>(*notification.object).name() == "Mxl-Client")
+                ended->change([](int &count) { ++count; });
+        });
+};
+
+TEST_F(HandlerInstallation, APendingSessionThatAnotherThreadsTakesThePlaceOfIsEnded) {
+    startDaemon();
+    uint16_t others = 0;
+    std::thread([&] { others = beginSession(); }).join();
+    ASSERT_EQ(install(), 0);
+    const std::weak_ptr<MoxelClientAPI> replaced = CurrentPendingClient();
+    const ClientThreadsEnd threads;
+    UnregisterMoxelClient(others);
+    EXPECT_TRUE(threads.await(1));
+    EXPECT_TRUE(replaced.expired());
+    ASSERT_TRUE(CurrentPendingClient());
+    EXPECT_TRUE(CurrentPendingClient()->bClientReady()) << "the other one waits for its cleanup";
+}
+
+TEST_F(HandlerInstallation, UnregisteringTwiceEndsNothing) {
+    startDaemon();
+    const uint16_t clientID = beginSession();
+    UnregisterMoxelClient(clientID);
+    gClients().set(clientID, CurrentPendingClient(), currentThreadKey());
+    UnregisterMoxelClient(clientID);
+    ASSERT_TRUE(CurrentPendingClient());
+    EXPECT_TRUE(CurrentPendingClient()->bClientReady());
+}
+
+TEST_F(HandlerInstallation, AFailedSessionThatAnotherThreadsTakesThePlaceOfIsEnded) {
+    std::weak_ptr<MoxelClientAPI> replaced;
+    std::thread([&] {
+        ASSERT_EQ(install(), -36);
+        EXPECT_EQ(registerAs("First"), 0);
+        replaced = CurrentClientViaClientID(0);
+    }).join();
+    ASSERT_FALSE(replaced.expired());
+    const ClientThreadsEnd threads;
+    ASSERT_EQ(install(), -36);
+    EXPECT_EQ(registerAs("Second"), 0);
+    EXPECT_TRUE(threads.await(1));
+    EXPECT_TRUE(replaced.expired());
+    ASSERT_TRUE(CurrentClientViaClientID(0));
+    EXPECT_NE(CurrentClientViaClientID(0), replaced.lock());
+}
+
+TEST_F(HandlerInstallation, ASessionWhoseRegistrationFailsBesideARegisteredOneIsEnded) {
+    startDaemon();
+    const uint16_t clientID = beginSession();
+    ASSERT_EQ(install(), 0);
+    const std::weak_ptr<MoxelClientAPI> failed = CurrentPendingClient();
+    daemon::Faults faults;
+    faults.noDedicatedChannel = true;
+    moxeld->setFaults(faults);
+    const ClientThreadsEnd threads;
+    EXPECT_EQ(registerAs("Second"), 0);
+    EXPECT_TRUE(threads.await(1));
+    EXPECT_TRUE(failed.expired());
+    ASSERT_TRUE(CurrentClientViaClientID(clientID));
+    EXPECT_TRUE(CurrentClientViaClientID(clientID)->bClientReady());
 }
 
 } // namespace

@@ -66,6 +66,9 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     /// -[MoxelClientAPI stopClientThread]
     /// Waits about 1 s at most; true when the client thread has ended.
     bool stopClientThread();
+    /// The same without waiting: the thread ends once it has finished what it is doing, and lets go of the
+    /// object.
+    MOXEL_HIDDEN void endClientThread();
 
     // -------------------------------------------------------------- Registration (caller thread)
 
