@@ -70,21 +70,29 @@ struct Context {
     std::atomic<bool> isThreaded{false};
     std::atomic<uint16_t> client{0};
     std::atomic<uint64_t> heard{0};
-    std::atomic<uint32_t> unregisterAt{
-        0}; ///< Number of the event in whose handler the session is unregistered.
+    // Numbers of the events in whose handlers it is done.
+    std::atomic<uint32_t> unregisterAt{0};
+    std::atomic<uint32_t> trespassAt{
+        0}; ///< A call that waits for others is made on the library's own thread.
 };
 
 uint16_t someClient(Random &random) { return knownClients[random.below(knownClients.size())]; }
 
-void askWhatIsKnown(uint32_t device) {
-    MoxelDevicePrefs preferences;
-    (void)MoxelGetCurrentDevicePrefs(device, &preferences);
+/// Calls that wait for nobody.
+void askFreely(uint32_t device) {
     (void)MoxelCheckUserActive();
     (void)MoxelGetSessionUserID();
     (void)MoxelSetButtonLabels(device, nullptr);
     (void)MoxelRunLoopGetFD();
     (void)MoxelRunLoopDispatch(0); // Refused inside a handler.
-    calls += 6;
+    calls += 5;
+}
+
+void askWhatIsKnown(uint32_t device) {
+    MoxelDevicePrefs preferences;
+    (void)MoxelGetCurrentDevicePrefs(device, &preferences);
+    ++calls;
+    askFreely(device);
 }
 
 void message(uint32_t product, uint32_t type, void *argument, void *context) {
@@ -94,10 +102,12 @@ void message(uint32_t product, uint32_t type, void *argument, void *context) {
     if (type == kMoxelMsgDeviceState && static_cast<const MoxelStateRecord *>(argument)->version == 0)
         std::abort();
     if (mine.isThreaded) {
-        // It waits for whoever makes a call, who may wait up to 2 s for an answer that this thread would
-        // read.
-        if (number % 512 == 0)
+        // Not allowed, and it may cost 2 s: it waits for whoever makes a call, who waits for an answer that
+        // this thread would read. Nothing worse may come of it.
+        if (number == mine.trespassAt)
             askWhatIsKnown(product);
+        else if (number % 16 == 0)
+            askFreely(product);
         return;
     }
     if (number % 16 == 0)
@@ -114,8 +124,7 @@ void message(uint32_t product, uint32_t type, void *argument, void *context) {
 void added(uint32_t device, void *context) {
     auto &mine = *static_cast<Context *>(context);
     ++mine.heard;
-    if (!mine.isThreaded)
-        askWhatIsKnown(device);
+    mine.isThreaded ? askFreely(device) : askWhatIsKnown(device);
 }
 void removed(uint32_t device, void *context) { added(device, context); }
 
@@ -270,6 +279,7 @@ bool install(Random &random, Context &context, uint32_t unregisterAt) {
     context.heard = 0;
     context.isThreaded = random.oneIn(2);
     context.unregisterAt = unregisterAt;
+    context.trespassAt = random.oneIn(16) ? 8 : 0;
     if (installSome(random, context) != kMoxelResultOK)
         return false;
     begunSessions.add();
