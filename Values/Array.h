@@ -12,7 +12,7 @@
 
 namespace moxel {
 
-/// An array or null. Read-only through this handle; the array behind it may be mutable.
+/// An array or null. Read-only through this handle; the array behind it may be mutable. Threads: like Value.
 class MOXEL_EXPORT Array {
   public:
     Array() noexcept = default;

@@ -11,7 +11,7 @@
 
 namespace moxel {
 
-/// Bytes or null. Copying costs one counter.
+/// Bytes or null. Copying costs one counter. Threads: like Value.
 class MOXEL_EXPORT Data {
   public:
     Data() noexcept = default;

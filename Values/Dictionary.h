@@ -13,7 +13,7 @@ namespace moxel {
 
 /// A dictionary or null. Enumerates in the order in which keys were first set. Lookup takes constant time
 /// whatever keys a hostile writer chose. Read-only through this handle; the dictionary behind it may be
-/// mutable.
+/// mutable. Threads: like Value.
 class MOXEL_EXPORT Dictionary {
   public:
     /// A key and what stands under it.

@@ -24,7 +24,7 @@ struct PropertyList {
 
 /// Reads a property list of any form, told apart by its first bytes. Total: any bytes give a value or an
 /// error that says what is wrong and where, in time and memory linear in their number, at any nesting depth.
-/// No bytes at all are an error.
+/// No bytes at all are an error. Any thread, like the functions below.
 [[nodiscard]] MOXEL_EXPORT Result<PropertyList>
 readPropertyList(std::span<const uint8_t> bytes, Mutability mutability = Mutability::immutable);
 

@@ -12,7 +12,8 @@
 namespace moxel {
 
 /// Text or null. Held as UTF-8; a surrogate that stands alone in a UTF-16 source is kept as its three-byte
-/// form, so every UTF-16 text round-trips. May hold zero characters. Copying costs one counter.
+/// form, so every UTF-16 text round-trips. May hold zero characters. Copying costs one counter. Threads: like
+/// Value.
 class MOXEL_EXPORT String {
   public:
     String() noexcept = default;

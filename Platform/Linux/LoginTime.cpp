@@ -2,6 +2,7 @@
 #include "Platform/SystemLoginTime.h"
 
 #include "Platform/Accounts.h"
+#include "Platform/Linux/Deadline.h"
 #include "Platform/Linux/LoginHistory.h"
 #include "Platform/Linux/LoginSession.h"
 
@@ -32,11 +33,6 @@ struct BusCloser {
     void operator()(sd_bus *bus) const { sd_bus_close_unref(bus); }
 };
 using Bus = std::unique_ptr<sd_bus, BusCloser>;
-
-uint64_t microsecondsUntil(Clock::time_point deadline) {
-    const auto left = std::chrono::duration_cast<microseconds>(deadline - Clock::now()).count();
-    return left > 0 ? static_cast<uint64_t>(left) : 0;
-}
 
 // A connection that the bus has accepted; null when it has not by the deadline.
 Bus openSystemBus(Clock::time_point deadline) {

@@ -1,17 +1,13 @@
 // A session-bus connection over sd-bus that never waits without limit.
 #include "Platform/Linux/SessionBus.h"
 
+#include "Platform/Linux/Deadline.h"
+
 #include <cerrno>
 
 namespace moxel {
 
 namespace {
-
-uint64_t microsecondsUntil(std::chrono::steady_clock::time_point deadline) {
-    const auto left = deadline - std::chrono::steady_clock::now();
-    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(left).count();
-    return microseconds > 0 ? static_cast<uint64_t>(microseconds) : 0;
-}
 
 // Errors that a new connection may cure: the bus went away, or the process forked.
 bool isLostConnection(int error) {
