@@ -193,7 +193,7 @@ bool BinaryWriter::numberNextMember() {
 
 bool BinaryWriter::numberValue(const Value &value, uint32_t &number) {
     if (objects_.size() >= std::numeric_limits<uint32_t>::max() - 1)
-        return fail("too many objects");
+        return fail("too many objects"); // More than a test has memory for.
     switch (value.kind()) {
     case Kind::null:
         return fail("null cannot be written; it stands");
@@ -303,7 +303,7 @@ void BinaryWriter::writeObject(const ObjectEntry &object, size_t referenceWidth)
         return writeReferences(2 * object.number, referenceWidth);
     case Kind::null:
     case Kind::object:
-        break; // never numbered
+        break; // Refused when objects are numbered; never comes here.
     }
 }
 

@@ -127,7 +127,7 @@ std::string leafText(const Value &value) {
         return dataText(value.asData());
     case Kind::object:
         return objectText(static_cast<const Object &>(*value.node()));
-    default:
+    default: // Containers, which are not asked for.
         return {};
     }
 }

@@ -80,7 +80,7 @@ Field fieldOf(const FormatConversion &conversion, const FormatArgument &argument
     case FormatArgument::Type::value:
         return textField(conversion, argument.value().description());
     }
-    return {};
+    return {}; // For compilers that do not count the cases.
 }
 
 void appendField(std::string &text, const FormatConversion &conversion, const Field &field) {

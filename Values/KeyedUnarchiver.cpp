@@ -234,7 +234,7 @@ class KeyedUnarchiver {
         case ValueClass::null:
             return {};
         }
-        return {};
+        return {}; // For compilers that do not count the cases.
     }
 
     Value decodeArray(const DecodedClass &decodedClass, const Dictionary &record) {

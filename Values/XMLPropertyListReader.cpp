@@ -140,7 +140,7 @@ void XMLReader::handle(void *reader, Body &&body) noexcept {
         return;
     try {
         body(self);
-    } catch (const std::bad_alloc &) {
+    } catch (const std::bad_alloc &) { // Sessions with faults come here; the suite has memory.
         self.isOutOfMemory_ = true;
         XML_StopParser(self.parser_.get(), XML_FALSE);
     }
@@ -164,7 +164,7 @@ Result<Value> XMLReader::read(std::span<const uint8_t> bytes) {
     const bool isConverted = detected.encoding != detail::TextEncoding::bytes;
     const bool hasMark = detected.markSize > 0;
     parser_.reset(XML_ParserCreate(isConverted || hasMark ? "UTF-8" : nullptr));
-    if (!parser_)
+    if (!parser_) // As above.
         return Error{"XML property list: out of memory", ENOMEM};
     installHandlers();
     if (!parse(text.substr(start)))
@@ -192,12 +192,12 @@ bool XMLReader::parse(std::string_view text) {
 void XMLReader::installHandlers() {
     XML_Parser parser = parser_.get();
     XML_SetUserData(parser, this);
-    XML_SetElementHandler(
-        parser,
-        [](void *reader, const char *name, const char **) {
-            handle(reader, [name](XMLReader &self) { self.startElement(name); });
-        },
-        [](void *reader, const char *) { handle(reader, [](XMLReader &self) { self.endElement(); }); });
+    XML_SetStartElementHandler(parser, [](void *reader, const char *name, const char **) {
+        handle(reader, [name](XMLReader &self) { self.startElement(name); });
+    });
+    XML_SetEndElementHandler(parser, [](void *reader, const char *) {
+        handle(reader, [](XMLReader &self) { self.endElement(); });
+    });
     XML_SetCharacterDataHandler(parser, [](void *reader, const char *text, int length) {
         handle(reader, [&](XMLReader &self) { self.characters({text, static_cast<size_t>(length)}); });
     });
@@ -219,7 +219,7 @@ void XMLReader::installHandlers() {
 }
 
 void XMLReader::fail(const std::string &message) {
-    if (hasFailed())
+    if (hasFailed()) // The parser has run out of memory.
         return;
     error_ = "XML property list: " + message + " at line " +
              std::to_string(firstLine_ + XML_GetCurrentLineNumber(parser_.get())) + ", column " +
@@ -258,7 +258,7 @@ void XMLReader::startElement(std::string_view name) {
 }
 
 void XMLReader::characters(std::string_view text) {
-    if (open_.empty())
+    if (open_.empty()) // The parser reports none outside the root; nothing shall depend on that.
         return;
     if (!isContainer(open_.back()))
         text_ += text;

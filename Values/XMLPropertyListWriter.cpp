@@ -175,7 +175,7 @@ bool XMLWriter::writeValue(const Value &value) {
     case Kind::dictionary:
         return openContainer(value);
     }
-    return fail("a value of unknown kind stands");
+    return fail("a value of unknown kind stands"); // For compilers that do not count the cases.
 }
 
 bool XMLWriter::openContainer(const Value &value) {

@@ -50,7 +50,7 @@ std::span<const uint8_t> bytesOf(const MoxelImageData_s &image) {
     return {image.data, image.size};
 }
 
-/// Null when there is no memory for a copy.
+/// Null when there is no memory for a copy, which sessions with faults show and the suite does not.
 Data copyOf(std::span<const uint8_t> bytes) try { return Data(bytes); } catch (const std::bad_alloc &) {
     return nullptr;
 }

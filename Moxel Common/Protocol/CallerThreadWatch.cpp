@@ -21,7 +21,8 @@ void CallerThreadWatch::lookLater() noexcept {
     bool isArranged = false;
     try {
         isArranged = later_(patience, std::move(call));
-    } catch (const std::bad_alloc &) { // No reason to lose the message that is being forwarded.
+    } catch (const std::bad_alloc &) { // No reason to lose the message that is being forwarded. Sessions with
+                                       // faults come here.
     }
     if (!isArranged)
         isWatching_ = false; // The next piece tries again.
@@ -33,7 +34,8 @@ void CallerThreadWatch::look(uint64_t takenBefore) {
     const bool isEmpty = taken == posted_.load();
     if (isEmpty) {
         isWatching_ = false;
-        // What was posted just before that found a watch, which is over now.
+        // What was posted just before that found a watch, which is over now: a moment that no test can hit at
+        // will.
         if (taken_.load() != posted_.load() && !isWatching_.exchange(true))
             lookLater();
     } else if (taken != takenBefore) {

@@ -1,5 +1,7 @@
 // Files in the export base folder: what is written, what is refused, and what a crash leaves.
 #include "Export/ExportFile.h"
+#include "Export/PropertyListBytes.h"
+#include "Support/DeepValue.h"
 #include "Support/ExportFolders.h"
 #include "Support/PropertyLists.h"
 #include "Support/StoppedProcess.h"
@@ -312,6 +314,24 @@ TEST_F(ExportFile, DictionaryTooLargeToCopyIsToldFromWhatIsNoDictionary) {
     const auto dictionary = readExportDictionary(file());
     ASSERT_FALSE(dictionary);
     EXPECT_EQ(dictionary.error().code, EFBIG);
+}
+
+// ------------------------------------------------------------------------------------------ Forms of lists
+
+TEST(LosslessPropertyList, IsBinaryForTheSakeOfFractionsOfASecond) {
+    const auto whole = losslessPropertyList(Array{Date{1}, 0.5});
+    ASSERT_TRUE(whole.ok());
+    EXPECT_TRUE(whole->starts_with("<?xml"));
+    const auto fractional = losslessPropertyList(Array{Dictionary{{"at", Array{Date{1.5}}}}});
+    ASSERT_TRUE(fractional.ok());
+    EXPECT_TRUE(fractional->starts_with("bplist00"));
+}
+
+TEST(LosslessPropertyList, SharedContainersAreLookedThroughOnce) {
+    // The date is looked at last, after all that would be 2^60 containers if they were looked at each time.
+    const auto list = losslessPropertyList(Array{Date{1.5}, test::doublingArrays(60)});
+    ASSERT_TRUE(list.ok());
+    EXPECT_TRUE(list->starts_with("bplist00"));
 }
 
 } // namespace

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace moxel {
@@ -138,6 +140,38 @@ TEST_F(WriteImages, FailWhenTheFileCannotBeWrittenOrTheRequestNotSent) {
     exporter.dedicated->setReportStatus = HIDStatus::error;
     EXPECT_EQ(MoxelClientWriteImages(exporter.identifier, 0x6D76696D, images.data(), images.size()), -1);
     EXPECT_TRUE(fs::exists(exporter.imagesPath()));
+}
+
+/// While it lives, files of this process cannot grow.
+class FileSizeLimit {
+  public:
+    FileSizeLimit() {
+        ::getrlimit(RLIMIT_FSIZE, &former_);
+        const rlimit none{0, former_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &none);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &former_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    FileSizeLimit(const FileSizeLimit &) = delete;
+    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+
+  private:
+    void (*handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit former_{};
+};
+
+TEST_F(WriteImages, FailWhenTheListCannotBeWritten) {
+    const ImageList images;
+    {
+        const FileSizeLimit limit;
+        EXPECT_EQ(MoxelClientWriteImages(exporter.identifier, 0x6D76696D, images.data(), images.size()), -1);
+    }
+    EXPECT_FALSE(fs::exists(exporter.imagesPath()));
+    EXPECT_FALSE(exporter.client->applicationInfo()->imagesFile());
+    EXPECT_THAT(exporter.requests(), IsEmpty());
+    EXPECT_EQ(MoxelClientWriteImages(exporter.identifier, 0x6D76696D, images.data(), images.size()), 0);
 }
 
 } // namespace

@@ -173,6 +173,16 @@ TEST_F(IncomingData, UnknownMessagesAreIgnored) {
     EXPECT_TRUE(log.lines().empty());
 }
 
+TEST_F(IncomingData, UnknownRequestsAreIgnored) {
+    client->setM_bClientRegistered(true);
+    for (const uint8_t code : Bytes{0, 1, 255})
+        channel->receive(padded({0x35, 4, 0, code, 0x7F}));
+    EXPECT_EQ(calls(), 0U);
+    EXPECT_EQ(channel->gets, 0);
+    EXPECT_TRUE(channel->reports.empty());
+    EXPECT_FALSE(client->m_bReRegistrationRequest());
+}
+
 TEST_F(IncomingData, IsDroppedSilentlyWhileTheClientIsNotReady) {
     Access::setReady(client, false);
     channel->receive(stateReport());

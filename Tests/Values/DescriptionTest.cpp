@@ -221,6 +221,18 @@ TEST(Description, LongContainersBreakOffVisibly) {
     EXPECT_FALSE(nestedArrays(300).description().ends_with("..."));
 }
 
+TEST(Description, RecordsThatAreCutEndWithAWholeCharacter) {
+    std::string twoByteCharacters;
+    for (size_t i = 0; i < oneMebibyte; ++i)
+        twoByteCharacters += "\u00e9";
+    for (const char *start : {"", "x"}) { // The limit lies between two characters, and within one.
+        const std::string text =
+            Value(makeRef<Printed>(Array{makeRef<Printed>(start + twoByteCharacters)})).description();
+        EXPECT_THAT(text, ::testing::HasSubstr("\\U00e9..."));
+        EXPECT_THAT(text, ::testing::Not(::testing::HasSubstr("Ufffd")));
+    }
+}
+
 TEST(Description, ContainerThatHoldsItselfBreaksOff) {
     const SelfHoldingArray array;
     EXPECT_TRUE(array.value().description().ends_with("..."));

@@ -93,6 +93,12 @@ TEST(KeyedArchive, ClassesOfUnreasonableLengthAreRefused) {
     };
     EXPECT_TRUE(unarchiveObjectWithData(withChain(400).bytes()));
     EXPECT_FALSE(unarchiveObjectWithData(withChain(500).bytes()));
+    const auto withName = [](size_t length) {
+        return archiveOf(
+            {"$null", Dictionary{{"$class", UID{2}}}, Dictionary{{"$classname", std::string(length, 'A')}}});
+    };
+    EXPECT_TRUE(unarchiveObjectWithData(withName(4096).bytes()));
+    EXPECT_FALSE(unarchiveObjectWithData(withName(4097).bytes()));
 }
 
 TEST(KeyedArchive, ContainersSharedBetweenRecordsAreRefused) {

@@ -33,6 +33,14 @@ class Wrapper final : public Object {
     Value content_;
 };
 
+/// Says nothing about what it is equal to.
+class Token final : public Object {
+  public:
+    [[nodiscard]] std::string className() const override { return "Token"; }
+    void encodeWithCoder(KeyedEncoder &) const override {}
+    [[nodiscard]] std::string description() const override { return "<Token>"; }
+};
+
 TEST(Value, KindFollowsFromTheArgument) {
     EXPECT_EQ(Value().kind(), Kind::null);
     EXPECT_EQ(Value(true).kind(), Kind::boolean);
@@ -210,6 +218,13 @@ TEST(ValueEquality, RecordsDecideTheirEquality) {
     const auto generic = makeRef<GenericObject>("Wrapper", std::vector<std::string>{}, emptyDictionary());
     EXPECT_FALSE(a == Value(generic));
     EXPECT_FALSE(Value(generic) == a);
+}
+
+TEST(ValueEquality, RecordsEqualThemselvesOnlyUnlessTheySayOtherwise) {
+    const Value token = makeRef<Token>();
+    EXPECT_EQ(token, token);
+    EXPECT_FALSE(token == Value(makeRef<Token>()));
+    EXPECT_EQ(Value(Array{token}), Value(Array{token}));
 }
 
 TEST(ValueEquality, GenericRecordsCompareClassAndMembers) {
