@@ -31,14 +31,14 @@ ClientRegistry::Client ClientRegistry::set(uint64_t key, Client client, uint64_t
     return std::exchange(entry->object, std::move(client));
 }
 
-void ClientRegistry::remove(uint64_t key) {
-    Client removed; // Released after the lock.
+ClientRegistry::Client ClientRegistry::remove(uint64_t key) {
     const std::lock_guard lock(mutex_);
     const auto entry = std::ranges::find(entries_, key, &Entry::key);
     if (entry == entries_.end())
-        return;
-    removed = std::move(entry->object);
+        return nullptr;
+    Client removed = std::move(entry->object);
     entries_.erase(entry);
+    return removed;
 }
 
 void ClientRegistry::removeClient(const Client &client) {
@@ -77,14 +77,18 @@ ClientRegistry::Client CurrentClientViaClientID(uint16_t clientID) {
 }
 
 void letGoOf(const ClientRegistry::Client &client) {
-    if (client && !gPendingClients().holds(client) && !gClients().holds(client))
+    if (client && !gPendingClients().holds(client) && !gClients().holds(client) &&
+        !client->m_bClientRegistered())
         client->endClientThread();
 }
 
 void enterRegisteredClient(const ClientRegistry::Client &client, uint16_t clientID) {
     if (!CurrentClientViaClientID(clientID))
         letGoOf(gClients().set(clientID, client, currentThreadKey()));
-    gPendingClients().remove(currentThreadKey());
+    // A session that registers once more may find another one waiting in its thread's place.
+    if (const ClientRegistry::Client waiting = gPendingClients().remove(currentThreadKey());
+        waiting != client)
+        letGoOf(waiting);
 }
 
 } // namespace moxel

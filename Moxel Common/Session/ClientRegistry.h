@@ -23,7 +23,8 @@ class ClientRegistry {
     [[nodiscard]] Client findOfThread(uint64_t thread) const;
     /// Returns the session that stood under the key until now, or null.
     Client set(uint64_t key, Client client, uint64_t thread);
-    void remove(uint64_t key);
+    /// Returns the session that stood under the key, or null.
+    Client remove(uint64_t key);
     /// Removes every entry of a session.
     void removeClient(const Client &client);
     [[nodiscard]] bool holds(const Client &client) const;
@@ -53,8 +54,9 @@ ClientRegistry &gClients();
 /// The key of the calling thread.
 [[nodiscard]] uint64_t currentThreadKey();
 
-/// Ends the thread of a session that neither registry holds any more, such as one that another took the place
-/// of: nobody can clean it up. Does nothing to others; null is allowed.
+/// Ends the thread of a session that another has taken the place of, so that neither registry holds it any
+/// more: nobody can clean it up. Does nothing to one that a registry holds, nor to one that is registered
+/// with the daemon, whose events go on. Null is allowed.
 void letGoOf(const ClientRegistry::Client &client);
 
 /// Moves the calling thread's session from the pending to the registered ones, unless the identifier is

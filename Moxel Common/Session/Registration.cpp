@@ -198,8 +198,6 @@ uint16_t registerPendingClient(uint32_t signature, const uint8_t *name, uint16_t
         return 0;
     const uint16_t clientID = client->registerMoxelClient(signature, name, mode, mask);
     enterRegisteredClient(client, clientID); // After a failure too; after a success it changes nothing more.
-    if (clientID == 0)
-        letGoOf(client); // It has no place beside one that the thread has registered.
     return clientID;
 }
 

@@ -39,6 +39,8 @@ namespace {
 void unregisterClient(uint16_t clientID) {
     constexpr const char *function = "void UnregisterMoxelClient(uint16_t)";
     logInfo("<<<<<<<<<<<<<<<<<< %s clientID %d, thread = %lx", function, clientID, currentThreadKey());
+    // Another session of this thread that waits for its registration or cleanup; freed after the lock.
+    ClientRegistry::Client replaced;
     const std::lock_guard lock(MoxelClientAPI::classLock());
     const ClientRegistry::Client client = CurrentClientViaClientID(clientID);
     if (!client) {
@@ -59,9 +61,7 @@ void unregisterClient(uint16_t clientID) {
         else
             logError("%s, Error: Call to terminate ", function);
     }
-    // Of another thread's session, while one of this thread waits for its registration or cleanup.
-    const ClientRegistry::Client replaced =
-        gPendingClients().set(currentThreadKey(), client, currentThreadKey());
+    replaced = gPendingClients().set(currentThreadKey(), client, currentThreadKey());
     // Not only the entry of clientID: that may be 0, and a repeated registration may have changed the number.
     gClients().removeClient(client);
     letGoOf(replaced);

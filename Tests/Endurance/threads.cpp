@@ -319,10 +319,12 @@ void abandonOneSession(Random &random, size_t place) {
         if (install(random, context, 0))
             client = enroll(place);
         context.client = client;
-        if (client == 0)
+        if (client == 0) {
+            UnregisterMoxelClient(0); // A registration that failed stands under 0 for this thread.
             CleanupMoxelHandlers();
-        else
+        } else {
             (void)MoxelRunLoopDispatch(static_cast<int>(random.below(20)));
+        }
     }).join();
     knownClients[place] = 0;
     if (client == 0)

@@ -1,5 +1,6 @@
 // Installation and cleanup of handlers, and the registries of sessions.
 #include "Helpers/Condition.h"
+#include "Platform/RunLoop.h"
 #include "Support/Await.h"
 #include "Support/CapturedLog.h"
 #include "Support/LiveDaemon.h"
@@ -330,6 +331,20 @@ TEST_F(HandlerInstallation, UnregisteringTwiceEndsNothing) {
     EXPECT_TRUE(CurrentPendingClient()->bClientReady());
 }
 
+TEST_F(HandlerInstallation, APendingSessionThatStandsAmongTheRegisteredTooIsNotEnded) {
+    startDaemon();
+    uint16_t others = 0;
+    std::thread([&] { others = beginSession(); }).join();
+    ASSERT_EQ(install(), 0);
+    const ClientRegistry::Client held = CurrentPendingClient();
+    gClients().set(4321, held, currentThreadKey());
+    UnregisterMoxelClient(others);
+    EXPECT_NE(CurrentPendingClient(), held);
+    EXPECT_TRUE(held->bClientReady());
+    UnregisterMoxelClient(4321);
+    EXPECT_EQ(CurrentPendingClient(), held);
+}
+
 TEST_F(HandlerInstallation, AFailedSessionThatAnotherThreadsTakesThePlaceOfIsEnded) {
     std::weak_ptr<MoxelClientAPI> replaced;
     std::thread([&] {
@@ -338,29 +353,49 @@ TEST_F(HandlerInstallation, AFailedSessionThatAnotherThreadsTakesThePlaceOfIsEnd
         replaced = CurrentClientViaClientID(0);
     }).join();
     ASSERT_FALSE(replaced.expired());
+    EXPECT_TRUE(replaced.lock()->bClientReady()) << "a failed session goes on";
     const ClientThreadsEnd threads;
     ASSERT_EQ(install(), -36);
     EXPECT_EQ(registerAs("Second"), 0);
     EXPECT_TRUE(threads.await(1));
     EXPECT_TRUE(replaced.expired());
     ASSERT_TRUE(CurrentClientViaClientID(0));
-    EXPECT_NE(CurrentClientViaClientID(0), replaced.lock());
+    EXPECT_TRUE(CurrentClientViaClientID(0)->bClientReady());
 }
 
-TEST_F(HandlerInstallation, ASessionWhoseRegistrationFailsBesideARegisteredOneIsEnded) {
+TEST_F(HandlerInstallation, APendingSessionInWhosePlaceAnotherRegistersOnceMoreIsEnded) {
+    test::CapturedLog log;
     startDaemon();
     const uint16_t clientID = beginSession();
     ASSERT_EQ(install(), 0);
-    const std::weak_ptr<MoxelClientAPI> failed = CurrentPendingClient();
-    daemon::Faults faults;
-    faults.noDedicatedChannel = true;
-    moxeld->setFaults(faults);
+    const std::weak_ptr<MoxelClientAPI> waiting = CurrentPendingClient();
     const ClientThreadsEnd threads;
-    EXPECT_EQ(registerAs("Second"), 0);
+    ASSERT_EQ(moxeld->requestReRegistration(clientID), 1U);
+    while (!log.has(format("blockoperation re-register returned cID=%i", clientID)))
+        ASSERT_GE((*RunLoop::current())->dispatch(10000), 0);
     EXPECT_TRUE(threads.await(1));
-    EXPECT_TRUE(failed.expired());
+    EXPECT_TRUE(waiting.expired());
     ASSERT_TRUE(CurrentClientViaClientID(clientID));
     EXPECT_TRUE(CurrentClientViaClientID(clientID)->bClientReady());
+}
+
+TEST_F(HandlerInstallation, ASessionThatTheDaemonKeepsIsNotEndedWhenAnotherTakesItsPlace) {
+    if (test::usesKernel())
+        GTEST_SKIP() << "the kernel takes output reports without asking the daemon";
+    startDaemon();
+    uint16_t others = 0;
+    std::thread([&] { others = beginSession(); }).join();
+    const uint16_t clientID = beginSession();
+    const ClientRegistry::Client kept = CurrentClientViaClientID(clientID);
+    daemon::Faults faults;
+    faults.refusedSetReports[0x73] = HIDStatus::error; // The farewell.
+    moxeld->setFaults(faults);
+    UnregisterMoxelClient(clientID);
+    EXPECT_TRUE(kept->m_bClientRegistered());
+    UnregisterMoxelClient(others);
+    EXPECT_NE(CurrentPendingClient(), kept);
+    EXPECT_TRUE(kept->bClientReady());
+    kept->stopClientThread();
 }
 
 } // namespace
