@@ -72,8 +72,7 @@ struct Context {
     std::atomic<uint64_t> heard{0};
     // Numbers of the events in whose handlers it is done.
     std::atomic<uint32_t> unregisterAt{0};
-    std::atomic<uint32_t> trespassAt{
-        0}; ///< A call that waits for others is made on the library's own thread.
+    std::atomic<uint32_t> trespassAt{0}; ///< A call that may wait, on the library's own thread.
 };
 
 uint16_t someClient(Random &random) { return knownClients[random.below(knownClients.size())]; }

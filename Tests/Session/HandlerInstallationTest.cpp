@@ -290,7 +290,6 @@ TEST_F(HandlerInstallation, CleanupGivesUpAfterASecondOnAHandlerThatDoesNotRetur
 }
 
 // ------------------------------------------------------------------------------------------ Replaced
-// sessions
 
 /// Waits until the threads of `count` sessions that nobody stops by a call have ended.
 class ClientThreadsEnd {
