@@ -22,6 +22,9 @@ namespace keys = detail::archiveKeys;
 constexpr int maxInlineDepth = 64;
 /// Bounds what every record of a class has to carry with it.
 constexpr size_t maxClassText = 4096;
+/// What all classes of an archive may take in memory, in bytes: they may share one chain of ancestors, of
+/// which each keeps a copy.
+constexpr size_t maxClassMemory = 1024 * size_t{1024};
 
 /// A class as the archive describes it, and how its instances are made.
 struct DecodedClass {
@@ -300,8 +303,10 @@ class KeyedUnarchiver {
             archived.chain.push_back(ancestor.asString().string());
             size += archived.chain.back().size() + 1;
         }
-        if (size > maxClassText)
+        const size_t memory = size + archived.chain.size() * sizeof(std::string);
+        if (size > maxClassText || memory > remainingClassMemory_)
             return false;
+        remainingClassMemory_ -= memory;
         decodedClass.valueClass = detail::valueClassNamed(archived.name);
         decodedClass.factory = detail::archiveFactoryNamed(archived.name);
         decodedClass.archived = std::make_shared<const ArchivedClass>(std::move(archived));
@@ -321,6 +326,7 @@ class KeyedUnarchiver {
     std::vector<size_t> pending_; ///< What is to be decoded, the next on top, each above what refers to it.
     std::unordered_map<uint64_t, DecodedClass> classes_;
     size_t remainingMembers_ = 0;
+    size_t remainingClassMemory_ = maxClassMemory;
     std::string error_;
 };
 

@@ -101,6 +101,27 @@ TEST(KeyedArchive, ClassesOfUnreasonableLengthAreRefused) {
     EXPECT_FALSE(unarchiveObjectWithData(withName(4097).bytes()));
 }
 
+TEST(KeyedArchive, ChainSharedBetweenManyClassesIsRefused) {
+    // An object that holds one object of each class.
+    const auto withClasses = [](uint64_t count) {
+        const Value aClass =
+            Dictionary{{"$classname", "A"}, {"$classes", Array(std::vector<Value>(4000, ""))}};
+        std::vector<Value> references;
+        std::vector<Value> table = {"$null", Value()};
+        for (uint64_t i = 0; i < count; ++i) {
+            references.emplace_back(UID{i + 2});
+            table.emplace_back(Dictionary{{"$class", UID{count + 2 + i}}});
+        }
+        table[1] = Dictionary{{"$class", UID{count + 2}}, {"all", Array(std::move(references))}};
+        table.insert(table.end(), count, aClass);
+        return archiveOf(Array(std::move(table)));
+    };
+    EXPECT_TRUE(unarchiveObjectWithData(withClasses(6).bytes()));
+    const Data archive = withClasses(1000);
+    ASSERT_LT(archive.size(), 100'000u) << "the classes share their chain";
+    EXPECT_EQ(errorOf(archive), "damaged keyed archive: a record has no class");
+}
+
 TEST(KeyedArchive, ContainersSharedBetweenRecordsAreRefused) {
     // A thousand records that each hold one inline array of a thousand members.
     const Array inlineArray(std::vector<Value>(1000, UID{1}));
