@@ -55,8 +55,9 @@ ClientRegistry &gClients();
 [[nodiscard]] uint64_t currentThreadKey();
 
 /// Ends the thread of a session that another has taken the place of, so that neither registry holds it any
-/// more: nobody can clean it up. Does nothing to one that a registry holds, nor to one that is registered
-/// with the daemon, whose events go on. Null is allowed.
+/// more: nobody can clean it up. A dedicated channel that a failed registration has left open is closed with
+/// it. Does nothing to a session that a registry holds, nor to one that is registered with the daemon, whose
+/// events go on. Null is allowed.
 void letGoOf(const ClientRegistry::Client &client);
 
 /// Moves the calling thread's session from the pending to the registered ones, unless the identifier is

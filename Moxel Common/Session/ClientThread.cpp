@@ -114,17 +114,18 @@ void MoxelClientAPI::endClientThread() {
 }
 
 bool MoxelClientAPI::stopClientThread() {
-    endClientThread();
-    std::shared_ptr<Thread> ended;
-    {
-        std::unique_lock lock(threadMutex_);
-        if (!threadEnded_.wait_for(lock, stopLimit, [this] { return clientThreadEnded_; }))
-            return false; // The thread holds the object and lets go of it when it ends.
-        ended = std::move(clientThread_);
-    }
-    if (ended)
+    if (const std::shared_ptr<Thread> ended = takeEndedClientThread())
         ended->join();
-    return true;
+    const std::lock_guard lock(threadMutex_);
+    return clientThreadEnded_;
+}
+
+std::shared_ptr<Thread> MoxelClientAPI::takeEndedClientThread() {
+    endClientThread();
+    std::unique_lock lock(threadMutex_);
+    if (!threadEnded_.wait_for(lock, stopLimit, [this] { return clientThreadEnded_; }))
+        return nullptr; // The thread holds the object and lets go of it when it ends.
+    return std::move(clientThread_);
 }
 
 } // namespace moxel

@@ -31,8 +31,13 @@ Installation installSession(const char *function, Make &&make) {
         return {nullptr, false, true};
     }
     Client client = make();
-    const bool connected = client && client->clientInit();
-    return {std::move(client), connected, false};
+    try {
+        const bool connected = client && client->clientInit();
+        return {std::move(client), connected, false};
+    } catch (...) {
+        letGoOf(client); // When memory ran out before it was entered.
+        throw;
+    }
 }
 
 /// The result of an installation, from the state of the base channel now.
@@ -87,7 +92,8 @@ int16_t setHandlersWithContext(_MoxelMessageHandlerProc messageHandler, _MoxelAd
     return installationResult(function, installation.client);
 }
 
-void cleanup() {
+/// Returns what is left to join: null without a session, and when its thread goes on for too long.
+std::shared_ptr<Thread> endPendingSession() {
     constexpr const char *function = "void CleanupMoxelHandlers(void)";
     logInfo("%s, thread = %lx", function, currentThreadKey());
     const std::lock_guard lock(MoxelClientAPI::classLock());
@@ -97,10 +103,17 @@ void cleanup() {
         logError("%s, Error: Failed to cleanup connection! Presumably UnregisterMoxelClient() was not called "
                  "beforehand!",
                  function);
-        return;
+        return nullptr;
     }
-    client->stopClientThread();
+    std::shared_ptr<Thread> ended = client->takeEndedClientThread();
     gPendingClients().remove(currentThreadKey());
+    return ended;
+}
+
+void cleanup() {
+    // Without the lock: objects that handlers have made for their thread may call back when it destroys them.
+    if (const std::shared_ptr<Thread> ended = endPendingSession())
+        ended->join();
 }
 
 } // namespace

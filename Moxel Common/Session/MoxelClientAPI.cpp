@@ -94,11 +94,13 @@ std::shared_ptr<MoxelClientAPI> MoxelClientAPI::_initWithMessageHandler(
 
 bool MoxelClientAPI::begin() {
     subscribe();
+    // Before the thread is there, from when on nothing may be thrown.
+    const std::string caller = callerThread()->description();
     if (!startClientThread())
         return false;
     logInfo("%s, Init done. Self=%p, callerthread=%@",
             "-[MoxelClientAPI initWithMessageHandler:addedHandler:removedHandler:threaded:]",
-            static_cast<const void *>(this), callerThread()->description());
+            static_cast<const void *>(this), caller);
     return true;
 }
 

@@ -29,13 +29,20 @@ void MoxelClientAPI::registerAgain() {
 void MoxelClientAPI::registerAgainOnCallerThread() {
     // Requests of other threads use the same storage slot and wait for the same acknowledgement.
     const std::lock_guard serialised(classLock());
-    const auto setRequested = [this](bool requested) {
-        const std::shared_ptr<Condition> condition = m_conditionSignal();
-        const std::lock_guard lock(*condition);
-        setM_bReRegistrationRequest(requested);
-        condition->signal();
+    struct Request { // Until the end, also when memory runs out.
+        MoxelClientAPI &client;
+        explicit Request(MoxelClientAPI &requested) : client(requested) { set(true); }
+        ~Request() { set(false); }
+        Request(const Request &) = delete;
+        Request &operator=(const Request &) = delete;
+        void set(bool requested) const {
+            const std::shared_ptr<Condition> condition = client.m_conditionSignal();
+            const std::lock_guard lock(*condition);
+            client.setM_bReRegistrationRequest(requested);
+            condition->signal();
+        }
     };
-    setRequested(true);
+    const Request request(*this);
     const Ref<MxlApplication> record = applicationInfo();
     const String name = record->name().asString();
     std::array<uint8_t, 256> pascalName{};
@@ -47,7 +54,6 @@ void MoxelClientAPI::registerAgainOnCallerThread() {
             client->registerMoxelClient(record->signature().uint32Value(), name ? pascalName.data() : nullptr,
                                         record->mode().uint16Value(), record->mask().uint32Value());
     logInfo("blockoperation re-register returned cID=%i", clientID);
-    setRequested(false);
 }
 
 } // namespace moxel

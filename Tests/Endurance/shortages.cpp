@@ -140,6 +140,7 @@ int main(int argumentCount, char **arguments) {
     app.add_flag("--register", line.registers, "Register and make a call, too");
     CLI11_PARSE(app, argumentCount, arguments);
     useUpPlainKeys();
+    ::prctl(PR_SET_NAME, "a thread's name"); // Such a thread's description takes memory.
 
     std::string scratch = (std::filesystem::temp_directory_path() / "moxel-shortages-XXXXXX").string();
     if (::mkdtemp(scratch.data()) == nullptr)

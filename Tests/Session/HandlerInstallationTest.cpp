@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -287,6 +288,38 @@ TEST_F(HandlerInstallation, CleanupGivesUpAfterASecondOnAHandlerThatDoesNotRetur
     mayLeave.set_value();
     ended.get_future().wait();
     EXPECT_TRUE(weak.expired());
+}
+
+std::atomic<int> destroyedCallers{0};
+
+/// What an application may have made for a thread, and let call the library when the thread ends.
+struct CallerAtTheEnd {
+    CallerAtTheEnd() = default;
+    CallerAtTheEnd(const CallerAtTheEnd &) = delete;
+    CallerAtTheEnd &operator=(const CallerAtTheEnd &) = delete;
+    ~CallerAtTheEnd() {
+        UnregisterMoxelClient(4321);
+        ++destroyedCallers;
+    }
+};
+
+TEST_F(HandlerInstallation, CleanupLetsTheEndOfTheClientThreadCallBack) {
+    startDaemon();
+    const uint16_t clientID = beginSession(true);
+    std::promise<void> called;
+    Recorder::instance().setOnCall([&called](const test::ReceivedCall &) {
+        const static thread_local CallerAtTheEnd caller;
+        (void)caller;
+        called.set_value();
+    });
+    MoxelStateRecord record{};
+    record.command = 3;
+    ASSERT_EQ(moxeld->sendState(clientID, record), 1U);
+    called.get_future().wait();
+    UnregisterMoxelClient(clientID);
+    destroyedCallers = 0;
+    CleanupMoxelHandlers();
+    EXPECT_EQ(destroyedCallers, 1) << "the thread has ended";
 }
 
 // ------------------------------------------------------------------------------------------ Replaced

@@ -69,6 +69,9 @@ class MOXEL_EXPORT MoxelClientAPI : public std::enable_shared_from_this<MoxelCli
     /// The same without waiting: the thread ends once it has finished what it is doing, and lets go of the
     /// object.
     MOXEL_HIDDEN void endClientThread();
+    /// Waits as stopClientThread() does and leaves the thread to the caller to join; null when it goes on,
+    /// and when it has been taken already.
+    MOXEL_HIDDEN std::shared_ptr<Thread> takeEndedClientThread();
 
     // -------------------------------------------------------------- Registration (caller thread)
 
