@@ -24,6 +24,10 @@ class ReplayCommand final : public Command {
     ReplayCommand() : Command("replay", "Play a trace as if the driver sent it") {}
 
     int run() override {
+        // Before there is a daemon that would be left behind. monitor() has one of its own.
+        std::optional<StopSignal> stopSignal;
+        if (!shows_)
+            stopSignal.emplace();
         std::optional<PrivateBus> bus;
         if (shows_) {
             Result<PrivateBus> made = PrivateBus::create();
@@ -38,7 +42,7 @@ class ReplayCommand final : public Command {
             complain(daemon.error().message, "Name the daemon's program: --daemon PATH.");
             return failure;
         }
-        return shows_ ? show(*daemon) : serve(*daemon);
+        return shows_ ? show(*daemon) : serve(*daemon, *stopSignal);
     }
 
   private:
@@ -85,8 +89,7 @@ Examples:
     }
 
     /// Waits until the daemon ends, or asks it to end when the user asks for it.
-    [[nodiscard]] int serve(DaemonProcess &daemon) const {
-        const StopSignal stopSignal;
+    [[nodiscard]] int serve(DaemonProcess &daemon, const StopSignal &stopSignal) const {
         bool isAnnounced = false;
         bool isStopped = false;
         for (bool runs = true; runs; runs = daemon.readOutput()) {
