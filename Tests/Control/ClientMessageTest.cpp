@@ -206,7 +206,9 @@ TEST_F(LiveClientMessage, ShortMessageReachesTheDaemonWhole) {
 }
 
 TEST_F(LiveClientMessage, LongMessagesReachTheDaemonWhole) {
-    startDaemon();
+    daemon::Options options;
+    options.sliceTimeout = patience;
+    startDaemon(std::move(options));
     const uint16_t clientID = beginSession();
     for (const size_t size : {size_t{2043}, size_t{5000}, size_t{100'000}}) {
         const Bytes bytes = numberedBytes(size);
@@ -242,7 +244,9 @@ TEST_F(LiveClientMessage, Of2042BytesIsOneRequestThatIsNotAcknowledged) {
 }
 
 TEST_F(LiveClientMessage, MessagesOfTwoThreadsDoNotMix) {
-    startDaemon();
+    daemon::Options options;
+    options.sliceTimeout = patience;
+    startDaemon(std::move(options));
     const uint16_t clientID = beginSession();
     constexpr size_t size = 3 * 2042 + 1;
     std::vector<std::thread> senders;

@@ -225,7 +225,9 @@ TEST_F(DaemonAttachedDevice, DeviceMayGoWhileItsAxesAreDeflected) {
     fake->report({{EV_REL, REL_X, 7}});
     EXPECT_THAT(take(1), ElementsAre("axes 7 0 0 0 0 0"));
     fake->unplug();
-    EXPECT_THAT(take(1), ElementsAre("gone"));
+    runUntil([&] { return !steps.empty() && steps.back() == "gone"; });
+    // On a busy machine the axis may come to rest before, but not afterwards.
+    EXPECT_LE(steps.size(), 2U);
     EXPECT_TRUE(isQuiet());
 }
 

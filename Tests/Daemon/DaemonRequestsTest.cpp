@@ -29,7 +29,9 @@ TEST_F(DaemonDaemon, RequestsAreAcknowledgedAndKept) {
 }
 
 TEST_F(DaemonDaemon, RawDataIsAcknowledgedBySlices) {
-    start();
+    Options options;
+    options.sliceTimeout = patience;
+    start(options);
     TestClient client(*daemon, 5);
     client.registerClient();
     client.send(bytesOf("hello"));
@@ -44,7 +46,9 @@ TEST_F(DaemonDaemon, RawDataIsAcknowledgedBySlices) {
 }
 
 TEST_F(DaemonDaemon, SlicesAreKeptAsOneMessage) {
-    start();
+    Options options;
+    options.sliceTimeout = patience;
+    start(options);
     TestClient client(*daemon, 5);
     client.registerClient();
     client.send(bytesOf("hello"));

@@ -216,7 +216,7 @@ TEST_F(FileObserver, AMissingFolderIsRefusedWithItsLine) {
 
 TEST_F(FileObserver, AfterStoppingItStillReadsObservingButObservesNothing) {
     std::promise<void> ended;
-    const auto subscription = NotificationCenter::defaultCenter().subscribe(
+    NotificationSubscription subscription = NotificationCenter::defaultCenter().subscribe(
         threadWillExitNotification, nullptr, [&ended](const Notification &notification) {
             if (dynamic_cast<const Thread &>(*notification.object).name() == "Mxl-FileChangeObserver")
                 ended.set_value();
@@ -224,6 +224,7 @@ TEST_F(FileObserver, AfterStoppingItStillReadsObservingButObservesNothing) {
     ASSERT_TRUE(observer->observeFolder(folder.path()));
     observer->stopObservation();
     ended.get_future().wait();
+    subscription.reset(); // The thread of the witness below ends, too.
     EXPECT_TRUE(observer->isObserving());
     test::TemporaryFolder other;
     EXPECT_TRUE(observer->observeFolder(other.path()));

@@ -111,7 +111,7 @@ TEST(FileEventStream, DeliversInOrderWithGrowingIdentifiers) {
 TEST(FileEventStream, GathersEventsForTheLatency) {
     onFreshLoop([] {
         const TemporaryFolder folder;
-        Receiver receiver({folder.path()}, Seconds(0.2));
+        Receiver receiver({folder.path()}, Seconds(1));
         const auto start = Clock::now();
         folder.write("first");
         EXPECT_TRUE(receiver.loop().runOneSource(Seconds(10))); // reads the first event
@@ -119,7 +119,7 @@ TEST(FileEventStream, GathersEventsForTheLatency) {
         folder.write("second");
         EXPECT_THAT(receiver.waitFor(2), SizeIs(2));
         EXPECT_EQ(receiver.deliveries(), 1);
-        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(200));
+        EXPECT_GE(Clock::now() - start, std::chrono::seconds(1));
     });
 }
 

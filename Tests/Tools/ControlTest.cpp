@@ -210,13 +210,13 @@ TEST_F(Prefs, SaysThatNoneCame) {
 TEST_F(Prefs, SaysThatThoseOfAnotherDeviceCame) {
     startDaemon();
     play("prefs device=0x77");
-    const Finished unnamed = run({"prefs", "--seconds", "1"});
+    const Finished unnamed = run({"prefs", "--seconds", "3"});
     EXPECT_EQ(unnamed.exitCode, 1);
     EXPECT_EQ(unnamed.errors,
               "moxelctl: the driver sent preferences of another device\n  Name the device with --device; "
               "\"moxelctl monitor\" shows devices that arrive.\n");
     play("prefs device=0x77");
-    const Finished named = run({"prefs", "--device", "1", "--seconds", "1"});
+    const Finished named = run({"prefs", "--device", "1", "--seconds", "3"});
     EXPECT_EQ(named.exitCode, 1);
     EXPECT_THAT(named.errors, HasSubstr("Leave out --device"));
 }
