@@ -69,6 +69,7 @@ class ToolTest : public ::testing::Test {
 
     void startDaemon(daemon::Options options = {}) {
         options.busFolder = bus;
+        options.sliceTimeout = patience; // A busy machine may hold the tool up between two slices.
         Result<std::unique_ptr<daemon::Daemon>> started = daemon::Daemon::start(std::move(options));
         ASSERT_TRUE(started.ok()) << started.error().message;
         moxeld = *std::move(started);
