@@ -17,9 +17,9 @@ class SDLLoop : public LoopTest {
         ASSERT_NE(window, nullptr) << SDL_GetError();
     }
     void TearDown() override {
+        LoopTest::TearDown(); // First, as its handlers push events.
         SDL_DestroyWindow(window);
         SDL_Quit();
-        LoopTest::TearDown();
     }
 
     EnvironmentVariable driver{"SDL_VIDEODRIVER", "dummy"};

@@ -35,38 +35,44 @@ class Listener {
     explicit Listener(const CFileObserver &observer)
         : subscription_(NotificationCenter::defaultCenter().subscribe(
               observer.notificationString().view(), observer.observerInfo().get(),
-              [this](const Notification &notification) { hear(notification); })) {}
+              [heard = heard_](const Notification &notification) { heard->hear(notification); })) {}
 
     [[nodiscard]] std::vector<Change> changes() const {
-        const std::lock_guard lock(mutex_);
-        return changes_;
+        const std::lock_guard lock(heard_->mutex);
+        return heard_->changes;
     }
     /// Waits for so many changes; false after 10 s.
     [[nodiscard]] bool waitFor(size_t count) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return changes_.size() >= count; });
+        std::unique_lock lock(heard_->mutex);
+        return heard_->changed.wait_for(lock, std::chrono::seconds(10),
+                                        [&] { return heard_->changes.size() >= count; });
     }
     /// Waits for a change with that reason; false after 10 s.
     [[nodiscard]] bool waitForReason(int32_t reason) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(10), [&] {
-            return std::ranges::any_of(changes_,
+        std::unique_lock lock(heard_->mutex);
+        return heard_->changed.wait_for(lock, std::chrono::seconds(10), [&] {
+            return std::ranges::any_of(heard_->changes,
                                        [reason](const Change &change) { return change.reason == reason; });
         });
     }
 
   private:
-    void hear(const Notification &notification) {
-        const auto &info = dynamic_cast<const CFileObserverInfo &>(*notification.object);
-        const std::lock_guard lock(mutex_);
-        changes_.push_back(
-            {info.eventReason(), info.fileName(), info.folderName(), Thread::current()->name()});
-        changed_.notify_all();
-    }
+    /// Shared with the subscription, which may be running when it is taken back.
+    struct Heard {
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::vector<Change> changes;
 
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<Change> changes_;
+        void hear(const Notification &notification) {
+            const auto &info = dynamic_cast<const CFileObserverInfo &>(*notification.object);
+            const std::lock_guard lock(mutex);
+            changes.push_back(
+                {info.eventReason(), info.fileName(), info.folderName(), Thread::current()->name()});
+            changed.notify_all();
+        }
+    };
+
+    std::shared_ptr<Heard> heard_ = std::make_shared<Heard>();
     NotificationSubscription subscription_;
 };
 

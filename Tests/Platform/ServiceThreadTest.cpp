@@ -51,11 +51,13 @@ TEST(ServiceThread, HasEndedWhenTheLastLeaseIsGone) {
 TEST(ServiceThread, EndsByItselfWhenItDropsTheLastLease) {
     std::promise<void> ended;
     auto services = *ServiceThread::lease();
-    const auto subscription = NotificationCenter::defaultCenter().subscribe(
+    auto subscription = NotificationCenter::defaultCenter().subscribe(
         threadWillExitNotification, &services->thread(), [&](const Notification &) { ended.set_value(); });
-    Thread &thread = services->thread();
-    thread.perform([lease = std::move(services)]() mutable { lease.reset(); });
+    // Kept until perform() is done with it: the lease may be gone before.
+    const std::shared_ptr<Thread> thread = services->thread().shared_from_this();
+    thread->perform([lease = std::move(services)]() mutable { lease.reset(); });
     EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    subscription.reset(); // Another thread may end below.
     EXPECT_TRUE(ServiceThread::lease().ok());
 }
 

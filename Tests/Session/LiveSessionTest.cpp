@@ -230,11 +230,13 @@ TEST_P(LiveSession, ADaemonThatComesBackIsFoundByANewSession) {
 TEST_P(LiveSession, UnregisteringInsideAHandlerIsSafe) {
     startDaemon();
     const uint16_t clientID = beginSession(threaded());
+    const ClientRegistry::Client client = CurrentClientViaClientID(clientID);
     Recorder::instance().setOnCall([clientID](const ReceivedCall &) { UnregisterMoxelClient(clientID); });
     ASSERT_EQ(moxeld->sendState(clientID, record(10, 1)), 1U);
     ASSERT_TRUE(waitForCalls(1));
     EXPECT_TRUE(
         moxeld->waitUntil([](const daemon::Observation &seen) { return seen.clients.empty(); }, patience));
+    EXPECT_TRUE(client->stopClientThread()) << "it waits for the cleanup of the thread that unregistered it";
 }
 
 TEST_P(LiveSession, SeveralSessionsOfOneProcessGetTheirOwnEvents) {
