@@ -2,6 +2,7 @@
 #include "Endurance/Allocations.h"
 #include "Endurance/DaemonProgram.h"
 #include "Endurance/ProcessState.h"
+#include "Platform/Thread.h"
 #include <Moxel/MoxelClient.h>
 
 #include <CLI/CLI.hpp>
@@ -110,6 +111,7 @@ bool run(const CommandLine &line) {
 /// In a process of its own, with a daemon of its own.
 bool runInFolder(const CommandLine &line, const std::string &folder) {
     std::filesystem::create_directory(folder);
+    moxel::Thread::current()->setName("application"); // To describe such a thread takes memory.
     ::setenv("MOXEL_HID_BUS", (folder + "/bus").c_str(), 1);
     ::setenv("XDG_CONFIG_HOME", (folder + "/config").c_str(), 1);
     const DaemonProgram daemon(MOXELD, folder + "/bus", {});
@@ -140,7 +142,6 @@ int main(int argumentCount, char **arguments) {
     app.add_flag("--register", line.registers, "Register and make a call, too");
     CLI11_PARSE(app, argumentCount, arguments);
     useUpPlainKeys();
-    ::prctl(PR_SET_NAME, "a thread's name"); // Such a thread's description takes memory.
 
     std::string scratch = (std::filesystem::temp_directory_path() / "moxel-shortages-XXXXXX").string();
     if (::mkdtemp(scratch.data()) == nullptr)
