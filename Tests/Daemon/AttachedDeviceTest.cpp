@@ -15,6 +15,7 @@ namespace moxel::daemon {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -227,7 +228,7 @@ TEST_F(DaemonAttachedDevice, DeviceMayGoWhileItsAxesAreDeflected) {
     fake->unplug();
     runUntil([&] { return !steps.empty() && steps.back() == "gone"; });
     // On a busy machine the axis may come to rest before, but not afterwards.
-    EXPECT_LE(steps.size(), 2U);
+    EXPECT_THAT(steps, AnyOf(ElementsAre("gone"), ElementsAre("axes 0 0 0 0 0 0", "gone")));
     EXPECT_TRUE(isQuiet());
 }
 

@@ -147,7 +147,7 @@ TEST_F(Monitor, EndsWhenItsTimeIsUp) {
     const Finished monitor = run({"monitor", "--seconds", "0"});
     EXPECT_EQ(monitor.exitCode, 0);
     EXPECT_EQ(monitor.output, "");
-    EXPECT_THAT(monitor.errors, MatchesRegex("0 events in [0-9.]+ s\n"));
+    EXPECT_THAT(monitor.errors, MatchesRegex("0 events in [0-9]+\\.[0-9] s\n"));
 }
 
 TEST_F(Monitor, FailsWithoutTheEventsThatAreRequired) {
